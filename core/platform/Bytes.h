@@ -1,0 +1,66 @@
+// Byte buffers as the whole program passes them.
+//
+// Bytes is the growing buffer, ByteView a borrowed range, SharedBytes a finished buffer that nobody
+// changes any more: a clip keeps one buffer from the file read to the socket write. SharedBytes may
+// be copied and read from any thread; the bytes live as long as one copy does.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zepho {
+
+// Leaves elements of a fresh buffer unset: whoever resizes one is about to fill it.
+template <class Value>
+struct UninitializedAllocator : std::allocator<Value> {
+    template <class Other>
+    struct rebind {
+        using other = UninitializedAllocator<Other>;
+    };
+    template <class Item>
+    void construct(Item* place) noexcept {
+        ::new (static_cast<void*>(place)) Item;
+    }
+    template <class Item, class... Args>
+    void construct(Item* place, Args&&... args) {
+        ::new (static_cast<void*>(place)) Item(std::forward<Args>(args)...);
+    }
+};
+
+using Bytes = std::vector<std::uint8_t, UninitializedAllocator<std::uint8_t>>;
+using ByteView = std::span<const std::uint8_t>;
+
+inline std::string_view asText(ByteView bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+inline ByteView asBytes(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+inline Bytes toBytes(std::string_view text) {
+    return Bytes(text.begin(), text.end());
+}
+
+class SharedBytes {
+public:
+    SharedBytes() = default;
+    // NOLINTNEXTLINE(google-explicit-constructor): a finished buffer is a SharedBytes.
+    SharedBytes(Bytes bytes) : held(std::make_shared<const Bytes>(std::move(bytes))) {}
+
+    [[nodiscard]] const std::uint8_t* data() const { return held ? held->data() : nullptr; }
+    [[nodiscard]] std::size_t size() const { return held ? held->size() : 0; }
+    [[nodiscard]] bool empty() const { return size() == 0; }
+    [[nodiscard]] ByteView view() const { return {data(), size()}; }
+    // NOLINTNEXTLINE(google-explicit-constructor): reads like the buffer itself.
+    operator ByteView() const { return view(); }
+
+private:
+    std::shared_ptr<const Bytes> held;
+};
+
+}  // namespace zepho

@@ -1,0 +1,40 @@
+// Whole files, read and written so that a crash leaves the old or the new content, never half.
+//
+// Stateless; may be called from any thread. Failures of writing are thrown as std::system_error with
+// the system's own error number, which describeError() turns into words.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "core/platform/Bytes.h"
+
+namespace zepho {
+
+// All bytes of the file, or nothing if it cannot be read (missing, unreadable, a directory).
+[[nodiscard]] std::optional<Bytes> loadFileBytes(const std::string& path);
+
+// Creates the parent directories, writes a temporary file beside `path`, syncs it, renames it over
+// `path` and syncs the directory. Throws std::system_error and leaves no temporary file behind.
+void saveFileBytes(const std::string& path, ByteView bytes);
+
+// Creates the directory and what is missing above it. Throws std::system_error.
+void createDirectories(const std::string& path);
+
+[[nodiscard]] bool fileExists(const std::string& path);
+[[nodiscard]] bool directoryExists(const std::string& path);
+
+// Whether `name` is a temporary file that a killed saveFileBytes() left behind.
+[[nodiscard]] bool isTemporaryName(const std::string& name);
+
+// `path` with one "/" at its end.
+std::string withTrailingSlash(std::string path);
+// The directory part of `path`, with its "/"; empty when there is none.
+std::string parentDirectory(const std::string& path);
+// The part of `path` behind its last "/".
+std::string lastPathComponent(const std::string& path);
+
+}  // namespace zepho

@@ -1,0 +1,168 @@
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/platform/Files.h"
+
+namespace zepho {
+namespace {
+
+constexpr const char* temporaryMark = ".zepho-tmp-";
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : fd(number) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (fd >= 0) ::close(fd);
+    }
+    [[nodiscard]] bool isOpen() const { return fd >= 0; }
+    [[nodiscard]] int number() const { return fd; }
+    // Reports an error that only shows when the file is closed.
+    int closeNow() {
+        const int result = ::close(fd);
+        fd = -1;
+        return result;
+    }
+
+private:
+    int fd;
+};
+
+int openRetrying(const char* path, int flags, mode_t mode = 0) {
+    int fd = -1;
+    do {
+        fd = ::open(path, flags | O_CLOEXEC, mode);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
+[[noreturn]] void throwErrno(int number, const std::string& path) {
+    throw std::system_error(number, std::generic_category(), path);
+}
+
+void writeAll(int fd, ByteView bytes, const std::string& path) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            throwErrno(errno, path);
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+}
+
+int syncRetrying(int fd) {
+    int result = 0;
+    do {
+        result = ::fsync(fd);
+    } while (result != 0 && errno == EINTR);
+    return result;
+}
+
+// The rename itself must survive a power cut. Some file systems refuse to sync a directory; the
+// rename has happened then all the same.
+void syncDirectory(const std::string& path) {
+    const Descriptor directory(openRetrying(path.c_str(), O_RDONLY | O_DIRECTORY));
+    if (directory.isOpen()) syncRetrying(directory.number());
+}
+
+std::string temporaryPathFor(const std::string& path) {
+    static std::atomic<unsigned> counter{0};
+    return path + temporaryMark + std::to_string(::getpid()) + "-" +
+           std::to_string(counter.fetch_add(1, std::memory_order_relaxed));
+}
+
+}  // namespace
+
+std::optional<Bytes> loadFileBytes(const std::string& path) {
+    const Descriptor file(openRetrying(path.c_str(), O_RDONLY));
+    if (!file.isOpen()) return std::nullopt;
+    struct stat info {};
+    if (::fstat(file.number(), &info) != 0 || S_ISDIR(info.st_mode)) return std::nullopt;
+    Bytes bytes(info.st_size > 0 ? static_cast<std::size_t>(info.st_size) : 0);
+    std::size_t used = 0;
+    for (;;) {
+        // A file that grows while it is read, or one that tells no size, goes on beyond st_size.
+        if (used == bytes.size()) {
+            std::uint8_t probe = 0;
+            const ssize_t more = ::read(file.number(), &probe, 1);
+            if (more < 0 && errno == EINTR) continue;
+            if (more < 0) return std::nullopt;
+            if (more == 0) break;
+            bytes.resize(bytes.size() + 65536);
+            bytes[used++] = probe;
+            continue;
+        }
+        const ssize_t got = ::read(file.number(), bytes.data() + used, bytes.size() - used);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return std::nullopt;
+        if (got == 0) break;
+        used += static_cast<std::size_t>(got);
+    }
+    bytes.resize(used);
+    return bytes;
+}
+
+void saveFileBytes(const std::string& path, ByteView bytes) {
+    const std::string directory = parentDirectory(path);
+    if (!directory.empty()) createDirectories(directory);
+    const std::string temporary = temporaryPathFor(path);
+    try {
+        Descriptor file(openRetrying(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644));
+        if (!file.isOpen()) throwErrno(errno, temporary);
+        writeAll(file.number(), bytes, temporary);
+        if (syncRetrying(file.number()) != 0) throwErrno(errno, temporary);
+        if (file.closeNow() != 0) throwErrno(errno, temporary);
+        if (::rename(temporary.c_str(), path.c_str()) != 0) throwErrno(errno, path);
+    } catch (...) {
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    syncDirectory(directory.empty() ? "." : directory);
+}
+
+void createDirectories(const std::string& path) {
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    if (error) throw std::system_error(error, path);
+    // create_directories() is content with a file of that name in some library versions.
+    if (!directoryExists(path)) throwErrno(ENOTDIR, path);
+}
+
+bool fileExists(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0;
+}
+
+bool directoryExists(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool isTemporaryName(const std::string& name) {
+    return name.find(temporaryMark) != std::string::npos;
+}
+
+std::string withTrailingSlash(std::string path) {
+    if (path.empty() || path.back() != '/') path += '/';
+    return path;
+}
+
+std::string parentDirectory(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+std::string lastPathComponent(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+}  // namespace zepho

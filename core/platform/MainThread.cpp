@@ -1,0 +1,60 @@
+#include "core/platform/MainThread.h"
+
+#include <utility>
+
+namespace zepho {
+namespace {
+
+std::mutex dispatcherLock;
+
+MainThreadDispatcher& dispatcherSlot() {
+    static MainThreadDispatcher slot;
+    return slot;
+}
+
+}  // namespace
+
+void onMainThread(std::function<void()> run) {
+    MainThreadDispatcher dispatcher;
+    {
+        const std::lock_guard guard(dispatcherLock);
+        dispatcher = dispatcherSlot();
+    }
+    if (dispatcher) dispatcher(std::move(run));
+}
+
+void setMainThreadDispatcher(MainThreadDispatcher dispatcher) {
+    const std::lock_guard guard(dispatcherLock);
+    dispatcherSlot() = std::move(dispatcher);
+}
+
+void RunLoop::post(std::function<void()> run) {
+    {
+        const std::lock_guard guard(lock);
+        waiting.push_back(std::move(run));
+    }
+    changed.notify_one();
+}
+
+void RunLoop::run() {
+    std::unique_lock guard(lock);
+    for (;;) {
+        changed.wait(guard, [this] { return stopped || !waiting.empty(); });
+        if (stopped) return;
+        const std::function<void()> next = std::move(waiting.front());
+        waiting.pop_front();
+        guard.unlock();
+        next();
+        guard.lock();
+    }
+}
+
+void RunLoop::stop() {
+    {
+        const std::lock_guard guard(lock);
+        stopped = true;
+    }
+    changed.notify_all();
+}
+
+}  // namespace zepho

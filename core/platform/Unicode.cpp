@@ -1,0 +1,213 @@
+#include "core/platform/Unicode.h"
+
+#include <algorithm>
+#include <memory>
+
+#include <unicode/brkiter.h>
+#include <unicode/bytestream.h>
+#include <unicode/casemap.h>
+#include <unicode/uchar.h>
+#include <unicode/utext.h>
+#include <unicode/utf8.h>
+
+#include "core/platform/Require.h"
+
+namespace zepho {
+namespace {
+
+constexpr char32_t replacement = 0xFFFD;
+
+bool isAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+bool isAsciiSpace(unsigned char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// Reads the scalar at `pos` and moves `pos` behind it.
+char32_t nextScalar(std::string_view text, std::size_t& pos) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    UChar32 scalar = 0;
+    U8_NEXT_OR_FFFD(bytes, pos, text.size(), scalar);
+    return static_cast<char32_t>(scalar);
+}
+
+// Reads the scalar that ends at `pos` and moves `pos` to its beginning.
+char32_t previousScalar(std::string_view text, std::size_t& pos) {
+    // ICU counts in 32 bits here; a scalar has at most four bytes.
+    const std::size_t from = pos - std::min<std::size_t>(pos, 4);
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data()) + from;
+    auto end = static_cast<std::int32_t>(pos - from);
+    UChar32 scalar = 0;
+    U8_PREV_OR_FFFD(bytes, 0, end, scalar);
+    pos = from + static_cast<std::size_t>(end);
+    return static_cast<char32_t>(scalar);
+}
+
+template <class Map>
+std::string mapCase(std::string_view text, Map map) {
+    if (text.size() > INT32_MAX) return std::string(text);
+    std::string result;
+    icu::StringByteSink<std::string> sink(&result);
+    UErrorCode status = U_ZERO_ERROR;
+    map(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())), sink, status);
+    return U_SUCCESS(status) ? result : std::string(text);
+}
+
+// Opening a break iterator takes milliseconds, using one takes microseconds.
+icu::BreakIterator& characterBreaks() {
+    thread_local const std::unique_ptr<icu::BreakIterator> breaks = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        std::unique_ptr<icu::BreakIterator> made(
+            icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+        require(U_SUCCESS(status) && made, "ICU has no character break rules");
+        return made;
+    }();
+    return *breaks;
+}
+
+// Calls `visit` with the bounds of each grapheme until it answers false.
+template <class Visit>
+void walkGraphemes(std::string_view text, Visit visit) {
+    if (isAscii(text)) {
+        // CR LF is the one pair of ASCII characters that makes a single grapheme.
+        for (std::size_t pos = 0; pos < text.size();) {
+            const bool pair = text[pos] == '\r' && pos + 1 < text.size() && text[pos + 1] == '\n';
+            const std::size_t next = pos + (pair ? 2 : 1);
+            if (!visit(pos, next)) return;
+            pos = next;
+        }
+        return;
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    UText ubuffer = UTEXT_INITIALIZER;
+    utext_openUTF8(&ubuffer, text.data(), static_cast<std::int64_t>(text.size()), &status);
+    icu::BreakIterator& breaks = characterBreaks();
+    breaks.setText(&ubuffer, status);
+    require(U_SUCCESS(status), "ICU refused a text");
+    std::size_t from = 0;
+    for (std::int32_t to = breaks.next(); to != icu::BreakIterator::DONE; to = breaks.next()) {
+        if (!visit(from, static_cast<std::size_t>(to))) break;
+        from = static_cast<std::size_t>(to);
+    }
+    utext_close(&ubuffer);
+}
+
+}  // namespace
+
+std::string_view trimmedView(std::string_view text) {
+    std::size_t begin = 0;
+    while (begin < text.size()) {
+        std::size_t next = begin;
+        if (!isWhiteSpace(nextScalar(text, next))) break;
+        begin = next;
+    }
+    std::size_t end = text.size();
+    while (end > begin) {
+        std::size_t before = end;
+        if (!isWhiteSpace(previousScalar(text, before))) break;
+        end = before;
+    }
+    return text.substr(begin, end - begin);
+}
+
+std::string trimmed(std::string_view text) {
+    return std::string(trimmedView(text));
+}
+
+std::string lowercased(std::string_view text) {
+    if (isAscii(text)) {
+        std::string result(text);
+        for (char& c : result)
+            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+        return result;
+    }
+    return mapCase(text, [](icu::StringPiece piece, icu::ByteSink& sink, UErrorCode& status) {
+        icu::CaseMap::utf8ToLower("", 0, piece, sink, nullptr, status);
+    });
+}
+
+std::string uppercased(std::string_view text) {
+    if (isAscii(text)) {
+        std::string result(text);
+        for (char& c : result)
+            if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
+        return result;
+    }
+    return mapCase(text, [](icu::StringPiece piece, icu::ByteSink& sink, UErrorCode& status) {
+        icu::CaseMap::utf8ToUpper("", 0, piece, sink, nullptr, status);
+    });
+}
+
+bool equalsIgnoringCase(std::string_view left, std::string_view right) {
+    if (left == right) return true;
+    if (isAscii(left) && isAscii(right) && left.size() != right.size()) return false;
+    return lowercased(left) == lowercased(right);
+}
+
+void forEachGrapheme(std::string_view text, const std::function<void(const Grapheme&)>& visit) {
+    walkGraphemes(text, [&](std::size_t from, std::size_t to) {
+        std::size_t pos = from;
+        visit({text.substr(from, to - from), nextScalar(text, pos)});
+        return true;
+    });
+}
+
+std::size_t graphemeCount(std::string_view text) {
+    std::size_t count = 0;
+    walkGraphemes(text, [&](std::size_t, std::size_t) {
+        ++count;
+        return true;
+    });
+    return count;
+}
+
+std::string graphemePrefix(std::string_view text, std::size_t count) {
+    std::size_t taken = 0;
+    std::size_t end = 0;
+    if (count == 0) return {};
+    walkGraphemes(text, [&](std::size_t, std::size_t to) {
+        end = to;
+        return ++taken < count;
+    });
+    return std::string(text.substr(0, end));
+}
+
+bool isWhiteSpace(char32_t scalar) {
+    if (scalar < 0x80) return isAsciiSpace(static_cast<unsigned char>(scalar));
+    return u_isUWhiteSpace(static_cast<UChar32>(scalar)) != 0;
+}
+
+bool isLetterOrNumber(char32_t scalar) {
+    return (U_GET_GC_MASK(static_cast<UChar32>(scalar)) & (U_GC_L_MASK | U_GC_N_MASK)) != 0;
+}
+
+bool isValidUtf8(std::string_view text) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    for (std::size_t pos = 0; pos < text.size();) {
+        UChar32 scalar = 0;
+        U8_NEXT(bytes, pos, text.size(), scalar);
+        if (scalar < 0) return false;
+    }
+    return true;
+}
+
+std::string replaceInvalidUtf8(std::string_view text) {
+    if (isValidUtf8(text)) return std::string(text);
+    std::string result;
+    result.reserve(text.size() + 8);
+    for (std::size_t pos = 0; pos < text.size();) {
+        const std::size_t from = pos;
+        const char32_t scalar = nextScalar(text, pos);
+        const std::string_view piece = text.substr(from, pos - from);
+        if (scalar == replacement)
+            result += "\xEF\xBF\xBD";
+        else
+            result += piece;
+    }
+    return result;
+}
+
+}  // namespace zepho
