@@ -1,9 +1,10 @@
 // The placeholder voice speaking one announcement of about 12 seconds, against plain code for the
 // same samples and against a small real synthesiser, espeak-ng, started for the line as a program.
 //
-// Expected: with AVX2 some thousand times real time (a few milliseconds for the line), at least ten
-// times as fast as the plain loop over std::sin; espeak-ng some hundred times real time, the start of
+// Expected: with AVX2 about ten thousand times real time (a millisecond for the line), ten times as
+// fast as the plain loop over std::sin; espeak-ng some hundred times real time, the start of
 // its process included. The counter is the speed in multiples of real time.
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 

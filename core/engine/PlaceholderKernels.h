@@ -14,7 +14,7 @@ inline constexpr float twoPi = 6.283185F;
 
 // Samples are made in place, one block at a time. A block always has room for `blockSize` floats, of
 // which the kernels may write all, whatever the count: vectors are never cut short.
-inline constexpr std::size_t blockSize = 1024;
+inline constexpr std::size_t blockSize = 256;
 
 // One sounding segment of the line.
 struct Sound {
