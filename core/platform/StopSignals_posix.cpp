@@ -1,4 +1,5 @@
 #include <csignal>
+#include <initializer_list>
 
 #include "core/platform/StopSignals.h"
 
