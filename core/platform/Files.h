@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -27,6 +28,10 @@ struct FileHead {
 // Creates the parent directories, writes a temporary file beside `path`, syncs it, renames it over
 // `path` and syncs the directory. Throws std::system_error and leaves no temporary file behind.
 void saveFileBytes(const std::string& path, ByteView bytes);
+
+// The same for content that is made piece by piece: `appendNext` adds the next piece to an empty
+// buffer and gives false after the last one. What it throws comes out, the old file untouched.
+void saveFilePieces(const std::string& path, const std::function<bool(Bytes&)>& appendNext);
 
 // Creates the directory and what is missing above it. Throws std::system_error.
 void createDirectories(const std::string& path);

@@ -79,6 +79,33 @@ std::string temporaryPathFor(const std::string& path) {
            std::to_string(counter.fetch_add(1, std::memory_order_relaxed));
 }
 
+// Runs `write` on a temporary file beside `path`, which then takes the place of `path`.
+void replaceFile(const std::string& path,
+                 const std::function<void(int fd, const std::string& name)>& write) {
+    const std::string directory = parentDirectory(path);
+    if (!directory.empty()) createDirectories(directory);
+    // A killed process of the same number, as every start in a container may have, can have left a
+    // temporary file of the same name.
+    std::string temporary;
+    int fd = -1;
+    do {
+        temporary = temporaryPathFor(path);
+        fd = openRetrying(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+    } while (fd < 0 && errno == EEXIST);
+    Descriptor file(fd);
+    if (!file.isOpen()) throwErrno(errno, temporary);
+    try {
+        write(file.number(), temporary);
+        if (syncRetrying(file.number()) != 0) throwErrno(errno, temporary);
+        if (file.closeNow() != 0) throwErrno(errno, temporary);
+        if (::rename(temporary.c_str(), path.c_str()) != 0) throwErrno(errno, path);
+    } catch (...) {
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    syncDirectory(directory.empty() ? "." : directory);
+}
+
 }  // namespace
 
 std::optional<Bytes> loadFileBytes(const std::string& path) {
@@ -130,28 +157,18 @@ std::optional<FileHead> readFileHead(const std::string& path, std::size_t maxByt
 }
 
 void saveFileBytes(const std::string& path, ByteView bytes) {
-    const std::string directory = parentDirectory(path);
-    if (!directory.empty()) createDirectories(directory);
-    // A killed process of the same number, as every start in a container may have, can have left a
-    // temporary file of the same name.
-    std::string temporary;
-    int fd = -1;
-    do {
-        temporary = temporaryPathFor(path);
-        fd = openRetrying(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
-    } while (fd < 0 && errno == EEXIST);
-    Descriptor file(fd);
-    if (!file.isOpen()) throwErrno(errno, temporary);
-    try {
-        writeAll(file.number(), bytes, temporary);
-        if (syncRetrying(file.number()) != 0) throwErrno(errno, temporary);
-        if (file.closeNow() != 0) throwErrno(errno, temporary);
-        if (::rename(temporary.c_str(), path.c_str()) != 0) throwErrno(errno, path);
-    } catch (...) {
-        ::unlink(temporary.c_str());
-        throw;
-    }
-    syncDirectory(directory.empty() ? "." : directory);
+    replaceFile(path, [&](int fd, const std::string& name) { writeAll(fd, bytes, name); });
+}
+
+void saveFilePieces(const std::string& path, const std::function<bool(Bytes&)>& appendNext) {
+    replaceFile(path, [&](int fd, const std::string& name) {
+        Bytes piece;
+        for (bool more = true; more;) {
+            piece.clear();
+            more = appendNext(piece);
+            writeAll(fd, piece, name);
+        }
+    });
 }
 
 void createDirectories(const std::string& path) {

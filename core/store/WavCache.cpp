@@ -1,0 +1,379 @@
+#include "core/store/WavCache.h"
+
+#include <algorithm>
+#include <limits>
+#include <system_error>
+#include <utility>
+
+#include "core/audio/WavReader.h"
+#include "core/diag/AppLog.h"
+#include "core/diag/FormatText.h"
+#include "core/platform/Clock.h"
+#include "core/platform/Errors.h"
+#include "core/platform/Files.h"
+#include "core/platform/Unicode.h"
+#include "core/store/ClipFiles.h"
+
+namespace zepho {
+namespace {
+
+constexpr std::string_view suffix = ".wav";
+constexpr const char* indexName = "index.json";
+constexpr const char* backupName = "index.json.bak";
+constexpr std::size_t textLimit = 200;  // characters of a line that the index keeps
+constexpr std::uint64_t saveIntervalMs = 2000;
+constexpr std::size_t hotCapacity = std::size_t{64} << 20;
+// Far above any disk, and far below what the sum of all sizes can hold.
+constexpr std::int64_t claimLimit = std::int64_t{1} << 61;
+
+}  // namespace
+
+double CacheStats::hitRate() const {
+    const std::int64_t lookups = hits + misses;
+    return lookups == 0 ? 0.0 : static_cast<double>(hits) / static_cast<double>(lookups);
+}
+
+WavCache::WavCache(std::string directory, std::int64_t budgetBytes)
+    : dir(withTrailingSlash(std::move(directory))),
+      hot(hotCapacity),
+      budget(std::max<std::int64_t>(budgetBytes, 0)) {
+    try {
+        createDirectories(dir);
+    } catch (const std::system_error&) {
+        // Shows as a failure of the first write.
+    }
+    // One listing instead of a look at each file: it tells what exists, what is new and what a
+    // killed process left half-written.
+    Names names;
+    for (std::string& name : listNames(dir).value_or(std::vector<std::string>())) {
+        if (isTemporaryName(name))
+            deleteFile(dir + name);
+        else
+            names.insert(std::move(name));
+    }
+    load(names);
+    adoptOrphans(names);
+    AppLog::info("cache", formatText("cache loaded: %d entries / %.1f MB from %@", items.size(),
+                                     static_cast<double>(bytes) / 1048576, dir));
+}
+
+void WavCache::load(const Names& names) {
+    if (loadIndex(dir + indexName, names)) return;
+    if (loadIndex(dir + backupName, names))
+        AppLog::warn("cache", "main cache index was unusable, recovered from the backup");
+}
+
+bool WavCache::loadIndex(const std::string& path, const Names& names) {
+    std::optional<std::vector<CacheRecordPointer>> records = loadCacheIndex(path);
+    if (!records) return false;
+    const std::lock_guard guard(lock);
+    items.reserve(records->size());
+    for (CacheRecordPointer& record : *records)
+        if (names.contains(record->entry.fileName)) storeClaimedLocked(std::move(record));
+    return true;
+}
+
+void WavCache::adoptOrphans(const Names& names) {
+    std::int64_t adopted = 0;
+    for (const std::string& name : names) {
+        // What is no text cannot be a key anywhere else either.
+        if (!name.ends_with(suffix) || !isValidUtf8(name)) continue;
+        CacheRecord record;
+        record.key = name.substr(0, name.size() - suffix.size());
+        if (record.key.empty() || contains(record.key)) continue;
+        const std::optional<WavHeader> header = readWavHeader(dir + name);
+        if (!header) continue;
+        record.entry.fileName = name;
+        record.entry.sampleRate = static_cast<int>(
+            std::clamp<std::int64_t>(header->sampleRate, 0, std::numeric_limits<int>::max()));
+        record.entry.durationMs = header->durationMs;
+        record.entry.bytes = header->totalBytes;
+        const std::lock_guard guard(lock);
+        storeClaimedLocked(std::make_shared<const CacheRecord>(std::move(record)));
+        dirty = true;
+        ++adopted;
+    }
+    if (adopted > 0)
+        AppLog::info("cache", "adopted " + std::to_string(adopted) +
+                                  " cached clip(s) that the index did not know about");
+}
+
+std::optional<TtsResult> WavCache::tryGet(std::string_view key) {
+    if (!enabled) return std::nullopt;
+    CacheRecordPointer record;
+    {
+        const std::lock_guard guard(lock);
+        if (const auto found = items.find(key); found != items.end()) {
+            found->second.stamp = ++clock;
+            record = found->second.record;
+        }
+    }
+    if (!record) {
+        ++misses;
+        return std::nullopt;
+    }
+    const CacheEntry& entry = record->entry;
+    std::optional<SharedBytes> wav = readClip(*record);
+    if (!wav) {
+        AppLog::warn("cache",
+                     "cannot read cache file (" + entry.fileName + "), dropping the entry");
+        {
+            const std::lock_guard guard(lock);
+            // A clip that was put there meanwhile is another one, and stays.
+            const auto found = items.find(key);
+            if (found != items.end() && found->second.record == record) eraseLocked(found);
+        }
+        hot.drop(key);
+        ++misses;
+        return std::nullopt;
+    }
+    ++hits;
+    TtsResult result;
+    result.wav = std::move(*wav);
+    result.sampleRate = entry.sampleRate;
+    result.channels = 1;
+    result.durationMs = entry.durationMs;
+    result.voiceId = entry.voiceId;
+    result.language = entry.language;
+    result.speed = entry.speed;
+    result.etag = record->key;
+    result.fromCache = true;
+    return result;
+}
+
+std::optional<SharedBytes> WavCache::readClip(const CacheRecord& record) {
+    const std::string path = dir + record.entry.fileName;
+    const std::optional<FileIdentity> identity = fileIdentity(path);
+    if (!identity) return std::nullopt;
+    if (auto kept = hot.find(record.key, *identity)) return kept;
+    const bool rested = hasRested(*identity);
+    std::optional<Bytes> read = loadFileBytes(path);
+    if (!read) return std::nullopt;
+    SharedBytes clip(std::move(*read));
+    // Kept only if the bytes are surely those of the identity.
+    if (rested && fileIdentity(path) == identity) hot.add(record.key, *identity, clip);
+    return clip;
+}
+
+std::optional<SharedBytes> WavCache::readAudio(std::string_view key) const {
+    const CacheRecordPointer record = find(key);
+    if (!record) return std::nullopt;
+    std::optional<Bytes> read = loadFileBytes(dir + record->entry.fileName);
+    if (!read) return std::nullopt;
+    return SharedBytes(std::move(*read));
+}
+
+bool WavCache::contains(std::string_view key) const {
+    const std::lock_guard guard(lock);
+    return items.contains(key);
+}
+
+CacheRecordPointer WavCache::find(std::string_view key) const {
+    const std::lock_guard guard(lock);
+    const auto found = items.find(key);
+    return found == items.end() ? nullptr : found->second.record;
+}
+
+void WavCache::put(const std::string& key, const std::string& text, const TtsResult& result) {
+    if (!enabled || result.wav.empty()) return;
+    const auto size = static_cast<std::int64_t>(result.wav.size());
+    {
+        const std::lock_guard guard(lock);
+        if (budget >= 1 && size > budget) return;
+    }
+    CacheRecord record;
+    record.key = key;
+    record.entry.fileName = key + std::string(suffix);
+    record.entry.voiceId = result.voiceId;
+    // The index holds valid text only, whatever a client sent.
+    record.entry.text = graphemePrefix(replaceInvalidUtf8(text), textLimit);
+    record.entry.language = result.language;
+    record.entry.speed = result.speed;
+    record.entry.sampleRate = result.sampleRate;
+    record.entry.durationMs = result.durationMs;
+    record.entry.bytes = size;
+    try {
+        saveFileBytes(dir + record.entry.fileName, result.wav);
+    } catch (const std::exception& error) {
+        AppLog::warn("cache", "cannot write cache to " + dir + ": " + describeError(error));
+        return;
+    }
+    std::vector<CacheRecordPointer> evicted;
+    {
+        const std::lock_guard guard(lock);
+        storeLocked(std::make_shared<const CacheRecord>(std::move(record)));
+        dirty = true;
+        evicted = evictLocked();
+    }
+    dropCopies(evicted);
+    saveIndex(false);
+}
+
+bool WavCache::remove(std::string_view key) {
+    CacheRecordPointer record;
+    {
+        const std::lock_guard guard(lock);
+        const auto found = items.find(key);
+        if (found == items.end()) return false;
+        record = found->second.record;
+        eraseLocked(found);
+    }
+    deleteFile(dir + record->entry.fileName);
+    hot.drop(key);
+    saveIndex(true);
+    return true;
+}
+
+void WavCache::clear() {
+    Items emptied;
+    {
+        const std::lock_guard guard(lock);
+        emptied.swap(items);
+        bytes = 0;
+        dirty = true;
+    }
+    hot.clear();
+    std::vector<std::string> names;
+    if (auto listed = listNames(dir)) {
+        names = std::move(*listed);
+        std::erase_if(names, [](const std::string& name) { return !name.ends_with(suffix); });
+    } else {
+        for (const auto& [key, item] : emptied) names.push_back(item.record->entry.fileName);
+    }
+    const auto left = std::count_if(names.begin(), names.end(), [this](const std::string& name) {
+        return !deleteFilePatiently(dir + name);
+    });
+    saveIndex(true);
+    if (left == 0)
+        AppLog::info("cache", "cache cleared");
+    else
+        AppLog::warn("cache", "cache cleared, but " + std::to_string(left) +
+                                  " file(s) could not be deleted; they will reappear on the next "
+                                  "start");
+}
+
+void WavCache::setBudget(std::int64_t budgetBytes) {
+    std::vector<CacheRecordPointer> evicted;
+    {
+        const std::lock_guard guard(lock);
+        budget = std::max<std::int64_t>(budgetBytes, 0);
+        evicted = evictLocked();
+    }
+    dropCopies(evicted);
+    saveIndex(true);
+}
+
+CacheStats WavCache::stats() const {
+    const std::lock_guard guard(lock);
+    return {static_cast<std::int64_t>(items.size()), bytes, budget, hits, misses, evictions};
+}
+
+std::map<std::string, CacheEntry> WavCache::snapshot() const {
+    std::vector<Item> copies;
+    {
+        const std::lock_guard guard(lock);
+        copies.reserve(items.size());
+        for (const auto& [key, item] : items) copies.push_back(item);
+    }
+    std::map<std::string, CacheEntry> entries;
+    for (const Item& item : copies) {
+        CacheEntry& entry = entries[item.record->key];
+        entry = item.record->entry;
+        entry.stamp = item.stamp;
+    }
+    return entries;
+}
+
+void WavCache::flush() {
+    saveIndex(true);
+}
+
+void WavCache::storeLocked(CacheRecordPointer record) {
+    const std::string_view key = record->key;
+    if (const auto old = items.find(key); old != items.end()) {
+        bytes -= old->second.record->entry.bytes;
+        // The key in the map lives in the record that goes.
+        items.erase(old);
+    }
+    bytes += record->entry.bytes;
+    items.emplace(key, Item{std::move(record), ++clock});
+}
+
+// Whatever sizes a file claims, their sum stays far from the end of its type.
+void WavCache::storeClaimedLocked(CacheRecordPointer record) {
+    if (record->entry.bytes > claimLimit - bytes) {
+        CacheRecord limited = *record;
+        limited.entry.bytes = claimLimit - bytes;
+        record = std::make_shared<const CacheRecord>(std::move(limited));
+    }
+    storeLocked(std::move(record));
+}
+
+void WavCache::eraseLocked(Items::iterator place) {
+    bytes -= place->second.record->entry.bytes;
+    items.erase(place);
+    dirty = true;
+}
+
+// The files are deleted here, under the lock, so that no put() of the same key comes in between.
+std::vector<CacheRecordPointer> WavCache::evictLocked() {
+    std::vector<CacheRecordPointer> evicted;
+    if (budget < 1 || budget >= bytes) return evicted;
+    std::vector<Items::iterator> oldest;
+    oldest.reserve(items.size());
+    for (auto place = items.begin(); place != items.end(); ++place) oldest.push_back(place);
+    std::sort(oldest.begin(), oldest.end(), [](const auto& left, const auto& right) {
+        return left->second.stamp < right->second.stamp;
+    });
+    for (const Items::iterator place : oldest) {
+        if (budget >= bytes) break;
+        evicted.push_back(place->second.record);
+        eraseLocked(place);
+        ++evictions;
+        deleteFile(dir + evicted.back()->entry.fileName);
+    }
+    return evicted;
+}
+
+void WavCache::dropCopies(const std::vector<CacheRecordPointer>& records) {
+    for (const CacheRecordPointer& record : records) hot.drop(record->key);
+}
+
+bool WavCache::saveIsDueLocked(bool force) const {
+    if (!dirty) return false;
+    return force || lastSaveTick == 0 || monotonicMs() - lastSaveTick >= saveIntervalMs;
+}
+
+// The whole of a write is one turn of ioLock: were the copy taken before it, an older copy could
+// overtake a newer one on its way to the disk.
+void WavCache::saveIndex(bool force) {
+    if (!force) {
+        const std::lock_guard guard(lock);
+        if (!saveIsDueLocked(false)) return;
+    }
+    std::unique_lock io(ioLock, std::defer_lock);
+    // A put() does not wait for the write of somebody else; the index stays behind until the next.
+    if (force)
+        io.lock();
+    else if (!io.try_lock())
+        return;
+    std::vector<CacheRecordPointer> records;
+    {
+        const std::lock_guard guard(lock);
+        if (!saveIsDueLocked(force)) return;
+        records.reserve(items.size());
+        for (const auto& [key, item] : items) records.push_back(item.record);
+        dirty = false;
+        lastSaveTick = monotonicMs();
+    }
+    try {
+        keepIndexBackup(dir + indexName, dir + backupName);
+        saveCacheIndex(dir + indexName, std::move(records));
+    } catch (const std::exception& error) {
+        AppLog::warn("cache", "cannot write cache index: " + describeError(error));
+        const std::lock_guard guard(lock);
+        dirty = true;
+    }
+}
+
+}  // namespace zepho

@@ -1,0 +1,256 @@
+#include <cstdint>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "core/base/Json.h"
+#include "core/diag/AppLog.h"
+#include "core/platform/Files.h"
+#include "core/platform/Unicode.h"
+#include "core/store/CacheIndex.h"
+#include "core/store/WavCache.h"
+#include "tests/store/CacheTestSupport.h"
+#include "tests/support/TempDir.h"
+
+namespace zepho {
+namespace {
+
+using test::clipOf;
+using test::expectInvariants;
+using test::putClip;
+using test::readFile;
+using test::TempDir;
+using test::warnings;
+using test::wavOfSize;
+using test::writeFile;
+
+TEST(CacheIndex, TextIsWhatTheJsonLibraryWrites) {
+    const TempDir home;
+    std::vector<CacheRecordPointer> records;
+    const auto add = [&](const std::string& key, const std::string& text, float speed) {
+        CacheEntry entry;
+        entry.fileName = key + ".wav";
+        entry.text = text;
+        entry.speed = speed;
+        entry.bytes = INT64_MAX;
+        records.push_back(std::make_shared<const CacheRecord>(CacheRecord{key, entry}));
+    };
+    std::string controls;
+    for (char c = 1; c < 0x21; ++c) controls += c;
+    add("z", controls + "\x7f\"\\/", 1.0F);
+    add("b", "航班 ✈ \xF0\x9F\x9B\xAB", 0.8F);
+    add("a", "", 1.0F / 3);
+    add("B", "x", -0.0004F);
+    add("bad\xff", "", 1.0F);
+    add("nan", "", std::numeric_limits<float>::quiet_NaN());
+    saveCacheIndex(home.file("index.json"), records);
+
+    const std::string text = readFile(home.file("index.json"));
+    const auto parsed = parseJsonObject(text);
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(text, jsonString(*parsed, true));
+    EXPECT_EQ((*parsed)["z"]["text"], controls + "\x7f\"\\/");
+    EXPECT_EQ((*parsed)["a"]["speed"], 0.333);
+    EXPECT_EQ((*parsed)["b"]["speed"], 0.8);
+    // What JSON cannot hold is left out, and takes nothing else with it.
+    EXPECT_EQ(parsed->size(), 5U);
+
+    const auto loaded = loadCacheIndex(home.file("index.json"));
+    ASSERT_TRUE(loaded);
+    ASSERT_EQ(loaded->size(), 5U);
+    EXPECT_EQ((*loaded)[2]->entry.text, "航班 ✈ \xF0\x9F\x9B\xAB");
+    EXPECT_EQ((*loaded)[2]->entry.speed, 0.8F);
+    EXPECT_EQ((*loaded)[2]->entry.bytes, INT64_MAX);
+}
+
+TEST(CacheIndex, EntriesSurviveARestart) {
+    const TempDir home;
+    std::map<std::string, CacheEntry> before;
+    {
+        WavCache cache(home.path(), 0);
+        putClip(cache, "a", 100);
+        std::string longText;
+        for (int i = 0; i < 250; ++i) longText += "é🛫";
+        cache.put("b", longText + "\xff", clipOf(wavOfSize(200)));
+        cache.put("c", "bad \xff text", clipOf(wavOfSize(300)));
+        cache.flush();
+        before = cache.snapshot();
+        EXPECT_EQ(graphemeCount(before["b"].text), 200U);
+    }
+    AppLog::clear();
+    const WavCache again(home.path(), 0);
+    EXPECT_EQ(AppLog::snapshot().back().text,
+              "cache loaded: 3 entries / 0.0 MB from " + home.path());
+    const auto after = again.snapshot();
+    ASSERT_EQ(after.size(), 3U);
+    for (const auto& [key, entry] : before) {
+        const CacheEntry& loaded = after.at(key);
+        EXPECT_EQ(loaded.fileName, key + ".wav");
+        EXPECT_EQ(loaded.voiceId, entry.voiceId);
+        EXPECT_EQ(loaded.text, entry.text);
+        EXPECT_EQ(loaded.language, entry.language);
+        EXPECT_EQ(loaded.speed, entry.speed);
+        EXPECT_EQ(loaded.sampleRate, entry.sampleRate);
+        EXPECT_EQ(loaded.durationMs, entry.durationMs);
+        EXPECT_EQ(loaded.bytes, entry.bytes);
+    }
+    EXPECT_EQ(again.stats().bytes, 600);
+}
+
+TEST(CacheIndex, IsWrittenAtMostOnceInTwoSeconds) {
+    const TempDir home;
+    WavCache cache(home.path(), 0);
+    // The first write of an index may take as long as the disk likes, the next put comes at once.
+    putClip(cache, "a", 100);
+    const std::string first = readFile(home.file("index.json"));
+    const auto wroteFirst = std::chrono::steady_clock::now();
+    putClip(cache, "b", 100);
+    if (std::chrono::steady_clock::now() - wroteFirst < std::chrono::milliseconds(1500)) {
+        EXPECT_EQ(readFile(home.file("index.json")), first);
+        EXPECT_FALSE(fileExists(home.file("index.json.bak")));
+    }
+    cache.flush();
+    const std::string both = readFile(home.file("index.json"));
+    EXPECT_EQ(parseJsonObject(both)->size(), 2U);
+    EXPECT_EQ(parseJsonObject(readFile(home.file("index.json.bak")))->size(), 1U);
+
+    const auto backup = fileIdentity(home.file("index.json.bak"));
+    const auto index = fileIdentity(home.file("index.json"));
+    cache.flush();
+    ASSERT_TRUE(cache.tryGet("a"));
+    cache.flush();
+    EXPECT_EQ(fileIdentity(home.file("index.json.bak")), backup);
+    EXPECT_EQ(fileIdentity(home.file("index.json")), index);
+}
+
+TEST(CacheIndex, DamagedIndexIsRecoveredFromTheBackup) {
+    const TempDir home;
+    {
+        WavCache cache(home.path(), 0);
+        putClip(cache, "old", 100);
+        cache.flush();
+        putClip(cache, "new", 200);
+        cache.flush();
+    }
+    std::filesystem::resize_file(home.file("index.json"), 10);
+    AppLog::clear();
+    {
+        const WavCache cache(home.path(), 0);
+        EXPECT_EQ(warnings(), (std::vector<std::string>{
+                                  "cache index is not valid JSON: index.json",
+                                  "main cache index was unusable, recovered from the backup"}));
+        const auto entries = cache.snapshot();
+        ASSERT_EQ(entries.size(), 2U);
+        EXPECT_EQ(entries.at("old").text, "text of old");
+        EXPECT_EQ(entries.at("new").text, "");
+        EXPECT_EQ(entries.at("new").speed, 1.0F);
+        EXPECT_EQ(entries.at("new").bytes, 200);
+        EXPECT_EQ(entries.at("new").sampleRate, 8000);
+    }
+    // Both damaged: every clip that is one is adopted.
+    writeFile(home.file("index.json"), "[]");
+    writeFile(home.file("index.json.bak"), "{\"old\": {\"file\": \"old.wav\"}} trailing");
+    writeFile(home.file("noise.wav"), "this is not a WAV");
+    writeFile(home.file(".wav"), asText(wavOfSize(100)));
+    writeFile(home.file("old.wav.zepho-tmp-1-1"), asText(wavOfSize(100)));
+    AppLog::clear();
+    WavCache cache(home.path(), 0);
+    EXPECT_EQ(warnings().size(), 2U);
+    EXPECT_EQ(AppLog::snapshot()[2].text,
+              "adopted 2 cached clip(s) that the index did not know about");
+    EXPECT_EQ(cache.stats().bytes, 300);
+    EXPECT_TRUE(fileExists(home.file("noise.wav")));
+    EXPECT_TRUE(fileExists(home.file(".wav")));
+    EXPECT_FALSE(fileExists(home.file("old.wav.zepho-tmp-1-1")));
+    cache.flush();
+    EXPECT_EQ(parseJsonObject(readFile(home.file("index.json")))->size(), 2U);
+    expectInvariants(cache);
+}
+
+TEST(CacheIndex, LinesAreReadLoosely) {
+    const TempDir home;
+    for (const char* key : {"a", "b", "c"})
+        writeFile(home.file(std::string(key) + ".wav"), asText(wavOfSize(100)));
+    writeFile(home.file("index.json"), R"({
+        "a": {"file": "a.wav", "voice": 12, "text": null, "language": {"text": "x"}, "speed": "0.5",
+              "sampleRate": 44100.9, "durationMs": "30", "bytes": 5, "extra": {"file": "c.wav"}},
+        "b": {"file": "b.wav"},
+        "gone": {"file": "gone.wav", "bytes": 1000},
+        "nameless": {"bytes": 1000},
+        "number": 5, "list": [{"file": "c.wav"}], "none": null,
+        "c": {"file": "b.wav", "bytes": 1}, "c": {"file": "c.wav", "bytes": 7}})");
+    AppLog::clear();
+    const WavCache cache(home.path(), 0);
+    EXPECT_TRUE(warnings().empty());
+    const auto entries = cache.snapshot();
+    ASSERT_EQ(entries.size(), 3U);
+    EXPECT_EQ(entries.at("a").voiceId, "12");
+    EXPECT_EQ(entries.at("a").text, "");
+    EXPECT_EQ(entries.at("a").language, "");
+    EXPECT_EQ(entries.at("a").speed, 0.5F);
+    EXPECT_EQ(entries.at("a").sampleRate, 44100);
+    EXPECT_EQ(entries.at("a").durationMs, 30);
+    // Believed, whatever the file's size.
+    EXPECT_EQ(entries.at("a").bytes, 5);
+    EXPECT_EQ(entries.at("b").bytes, 0);
+    EXPECT_EQ(entries.at("b").speed, 1.0F);
+    EXPECT_EQ(entries.at("c").bytes, 7);
+    EXPECT_EQ(cache.stats().bytes, 12);
+}
+
+TEST(CacheIndex, HostileLinesReachNoOtherFileAndBreakNoSum) {
+    const TempDir home;
+    const std::string dir = home.file("cache/");
+    writeFile(home.file("secret.wav"), asText(wavOfSize(100)));
+    writeFile(dir + "sub/inner.wav", asText(wavOfSize(100)));
+    for (const char* key : {"a", "b", "c", "d"})
+        writeFile(dir + key + ".wav", asText(wavOfSize(100)));
+    writeFile(dir + "index.json", R"({
+        "up": {"file": "../secret.wav", "bytes": 1}, "dots": {"file": "..", "bytes": 1},
+        "down": {"file": "sub/inner.wav", "bytes": 1}, "self": {"file": "index.json", "bytes": 1},
+        "a": {"file": "a.wav", "bytes": 9223372036854775807, "sampleRate": 99999999999},
+        "b": {"file": "b.wav", "bytes": 9223372036854775807, "durationMs": -5},
+        "c": {"file": "c.wav", "bytes": -9223372036854775808, "speed": 1e300},
+        "d": {"file": "d.wav", "bytes": 1e30}})");
+    WavCache cache(dir, 0);
+    EXPECT_EQ(cache.stats().count, 4);
+    for (const char* key : {"up", "dots", "down", "self"}) {
+        EXPECT_FALSE(cache.tryGet(key));
+        EXPECT_FALSE(cache.remove(key));
+    }
+    expectInvariants(cache);
+    putClip(cache, "e", 100);
+    expectInvariants(cache);
+    EXPECT_GT(cache.stats().bytes, 0);
+    cache.setBudget(100);
+    EXPECT_TRUE(cache.contains("e"));
+    EXPECT_EQ(cache.stats().bytes, 100);
+    expectInvariants(cache);
+    cache.clear();
+    EXPECT_TRUE(fileExists(home.file("secret.wav")));
+    EXPECT_TRUE(fileExists(dir + "sub/inner.wav"));
+}
+
+TEST(CacheIndex, DirectoryThatCannotBeWrittenIsAWarning) {
+    const TempDir home;
+    writeFile(home.file("file"), "in the way");
+    AppLog::clear();
+    const std::string dir = home.file("file/cache/");
+    WavCache cache(dir, 1000);
+    putClip(cache, "a", 100);
+    EXPECT_FALSE(cache.tryGet("a"));
+    ASSERT_EQ(warnings().size(), 1U);
+    EXPECT_EQ(warnings()[0].find("cannot write cache to " + dir + ": Not a directory"), 0U)
+        << warnings()[0];
+    // Nothing to write is no failure; the emptied cache is, and stays to be written.
+    cache.flush();
+    EXPECT_EQ(warnings().size(), 1U);
+    cache.clear();
+    cache.flush();
+    ASSERT_EQ(warnings().size(), 3U);
+    EXPECT_EQ(warnings()[2].find("cannot write cache index: "), 0U);
+}
+
+}  // namespace
+}  // namespace zepho
