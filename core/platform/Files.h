@@ -17,6 +17,13 @@ namespace zepho {
 // All bytes of the file, or nothing if it cannot be read (missing, unreadable, a directory).
 [[nodiscard]] std::optional<Bytes> loadFileBytes(const std::string& path);
 
+struct FileHead {
+    Bytes bytes;
+    std::int64_t fileSize = 0;  // 0 if the system does not tell
+};
+// The first `maxBytes` bytes of the file, fewer if it is shorter; nothing if it cannot be read.
+[[nodiscard]] std::optional<FileHead> readFileHead(const std::string& path, std::size_t maxBytes);
+
 // Creates the parent directories, writes a temporary file beside `path`, syncs it, renames it over
 // `path` and syncs the directory. Throws std::system_error and leaves no temporary file behind.
 void saveFileBytes(const std::string& path, ByteView bytes);

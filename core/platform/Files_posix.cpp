@@ -110,6 +110,25 @@ std::optional<Bytes> loadFileBytes(const std::string& path) {
     return bytes;
 }
 
+std::optional<FileHead> readFileHead(const std::string& path, std::size_t maxBytes) {
+    const Descriptor file(openRetrying(path.c_str(), O_RDONLY));
+    if (!file.isOpen()) return std::nullopt;
+    FileHead head;
+    struct stat info {};
+    if (::fstat(file.number(), &info) == 0) head.fileSize = info.st_size;
+    head.bytes.resize(maxBytes);
+    std::size_t used = 0;
+    while (used < maxBytes) {
+        const ssize_t got = ::read(file.number(), head.bytes.data() + used, maxBytes - used);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return std::nullopt;
+        if (got == 0) break;
+        used += static_cast<std::size_t>(got);
+    }
+    head.bytes.resize(used);
+    return head;
+}
+
 void saveFileBytes(const std::string& path, ByteView bytes) {
     const std::string directory = parentDirectory(path);
     if (!directory.empty()) createDirectories(directory);
