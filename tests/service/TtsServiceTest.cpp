@@ -1,13 +1,12 @@
-#include "core/service/TtsService.h"
-
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <future>
 #include <set>
 
+#include <gtest/gtest.h>
+
 #include "core/audio/WavReader.h"
 #include "core/platform/Files.h"
+#include "core/service/TtsService.h"
 #include "tests/support/ServiceFixture.h"
 
 namespace zepho {
@@ -100,7 +99,8 @@ TEST_F(TtsServiceTest, ALineThatTimedOutIsAHitLater) {
     config->requestTimeoutMs = 60000;
     EXPECT_TRUE(service->synthesize(lineOf("Delayed")).fromCache);
     ASSERT_TRUE(eventually([] {
-        return wasLogged("a synthesis we had given up on finished after 0 s and went into the cache");
+        return wasLogged(
+            "a synthesis we had given up on finished after 0 s and went into the cache");
     }));
     EXPECT_EQ(service->stats().totalSynthMs, 0) << "a late line is not counted";
 }
@@ -152,8 +152,9 @@ TEST_F(TtsServiceTest, TheVoiceSettlesStyleSeedAndReference) {
     saveFileBytes(ZEPHOPaths::voicesDir() + voice.clips[0].fileName, {});
     (void)service->synthesize(lineOf("Another line"));
     EXPECT_TRUE(engine->calls()[2].referenceAudio.empty());
-    EXPECT_TRUE(wasLogged("reference audio for voice Desk is missing; this request has nothing to "
-                          "clone from"));
+    EXPECT_TRUE(
+        wasLogged("reference audio for voice Desk is missing; this request has nothing to "
+                  "clone from"));
 }
 
 TEST_F(TtsServiceTest, BringsTheClipToItsRateAndLevel) {
@@ -256,8 +257,9 @@ TEST_F(TtsServiceTest, MakesTheDefaultVoiceOnceAndTellsWhyNot) {
     TtsRequest german = lineOf("Guten Tag");
     german.language = "de";
     EXPECT_EQ(errorOf(german).code, TtsErrorCode::badVoice);
-    EXPECT_TRUE(wasLogged("could not create the default voice: the engine produced no audio while "
-                          "creating the default voice"));
+    EXPECT_TRUE(
+        wasLogged("could not create the default voice: the engine produced no audio while "
+                  "creating the default voice"));
     EXPECT_EQ(config->defaultVoice("de", TtsGender::female), "");
 
     TtsRequest airline = lineOf("Welcome aboard");
@@ -267,9 +269,10 @@ TEST_F(TtsServiceTest, MakesTheDefaultVoiceOnceAndTellsWhyNot) {
     config->autoCreateDefaultVoice = false;
     const TtsError none = errorOf(german);
     EXPECT_EQ(none.code, TtsErrorCode::badVoice);
-    EXPECT_EQ(none.message,
-              "没有可生成的语音:Deutsch · Female 还没有绑定音色. Bind one on the Broadcast page - to "
-              "let this airline speak in any language, set its language to Auto.");
+    EXPECT_EQ(
+        none.message,
+        "没有可生成的语音:Deutsch · Female 还没有绑定音色. Bind one on the Broadcast page - to "
+        "let this airline speak in any language, set its language to Auto.");
 }
 
 TEST_F(TtsServiceTest, BakesLinesInTheBackground) {
@@ -303,9 +306,9 @@ TEST_F(TtsServiceTest, TheSelfTestTellsWhichStepFailed) {
     config->autoCreateDefaultVoice = false;
     auto lines = service->selfTest("", "en", TtsGender::female, "");
     EXPECT_EQ(names(lines), "engine- voices- synthesize- cache- ");
-    EXPECT_EQ(lines[0].detail.rfind("it is producing placeholder audio, not real speech - as told",
-                                    0),
-              0U);
+    EXPECT_TRUE(
+        lines[0].detail.starts_with("it is producing placeholder audio, not real speech - "));
+    EXPECT_TRUE(lines[0].detail.ends_with("; it is producing placeholder audio right now"));
     EXPECT_EQ(lines[3].detail, "the previous check failed, so this one was not run");
 
     config->autoCreateDefaultVoice = true;
@@ -324,8 +327,8 @@ TEST_F(TtsServiceTest, TheSelfTestTellsWhichStepFailed) {
 TEST_F(TtsServiceTest, EndsWhileALineIsInsideTheEngine) {
     bindDefault(addVoice());
     engine->closeGate();
-    auto running = std::async(std::launch::async,
-                              [this] { return errorOf(lineOf("Still speaking")).code; });
+    auto running =
+        std::async(std::launch::async, [this] { return errorOf(lineOf("Still speaking")).code; });
     engine->waitForCalls(1);
     auto waiting = std::async(std::launch::async, [this] { return errorOf(lineOf("Waiting")); });
     ASSERT_TRUE(eventually([&] { return service->stats().queueDepth == 1; }));

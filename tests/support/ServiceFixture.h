@@ -1,14 +1,14 @@
 // A service of its own in an empty data root, with an engine that does as the test tells.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 #include "core/audio/PcmBuffer.h"
 #include "core/config/AppConfig.h"
