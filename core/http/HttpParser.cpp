@@ -1,7 +1,7 @@
 #include "core/http/HttpParser.h"
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -110,8 +110,8 @@ std::optional<ParsedRequest> parseRequest(ByteView buffer, const std::string& pe
         progress.searched = *bodyStart - headEnd.size();
         return std::nullopt;
     }
-    const ByteView body = buffer.subspan(*bodyStart, *length);
-    request.body.assign(body.begin(), body.end());
+    request.body.resize(*length);
+    if (*length > 0) std::memcpy(request.body.data(), buffer.data() + *bodyStart, *length);
     request.peer = peer;
     return parsed;
 }

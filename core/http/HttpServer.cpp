@@ -4,6 +4,7 @@
 #include <charconv>
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <utility>
 
 #include "core/diag/AppLog.h"
@@ -150,13 +151,15 @@ void HttpServer::Session::append(ByteView bytes) {
         const std::size_t doubled = std::max(size, 2 * buffer.size());
         buffer.reserve(progress.needed >= size ? std::min(progress.needed, doubled) : doubled);
     }
-    buffer.insert(buffer.end(), bytes.begin(), bytes.end());
+    const std::size_t before = buffer.size();
+    buffer.resize(size);
+    if (!bytes.empty()) std::memcpy(buffer.data() + before, bytes.data(), bytes.size());
 }
 
 void HttpServer::Session::keep(ByteView unread, std::size_t used) {
     const ByteView rest = unread.subspan(used);
     if (unread.data() != buffer.data()) {
-        buffer.assign(rest.begin(), rest.end());
+        append(rest);
     } else if (rest.empty()) {
         Bytes().swap(buffer);
     } else {

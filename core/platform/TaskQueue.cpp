@@ -15,6 +15,9 @@ namespace {
 
 constexpr std::size_t maxParked = 8;
 constexpr auto parkedFor = std::chrono::milliseconds(500);
+// How often the watcher looks, and after how many looks without need it sleeps again.
+constexpr auto watchPeriod = std::chrono::milliseconds(1);
+constexpr int watchedCalm = 100;
 constexpr auto endingPatience = std::chrono::seconds(1);
 
 // The queue whose thread this is, and how many Blockings lie on its stack.
@@ -22,7 +25,7 @@ thread_local TaskQueue::State* ownQueue = nullptr;
 thread_local int blockingDepth = 0;
 
 int defaultIdleThreads() {
-    return static_cast<int>(std::max(1U, std::thread::hardware_concurrency())) + 1;
+    return static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
 }
 
 }  // namespace
@@ -33,6 +36,50 @@ TaskQueue::State::State(std::string threadName, Limits wanted)
                                          : defaultIdleThreads()),
       maxThreads(std::max<std::size_t>(wanted.maxThreads, 1)) {
     work.emplace(io.get_executor());
+}
+
+void TaskQueue::State::lastIdleLeft() {
+    if (starved.load()) return keepOneIdle();
+    // Most handlers are back within microseconds; waking a thread for each of them would cost more
+    // than they do. The watcher is woken once and then looks by itself.
+    if (watching.exchange(true)) return;
+    const std::lock_guard guard(lock);
+    wakeWatcher.notify_one();
+}
+
+void TaskQueue::State::watch() {
+    std::unique_lock guard(lock);
+    const auto ends = [this] { return ending.load(); };
+    while (!ends()) {
+        wakeWatcher.wait(guard, [&] { return watching.load() || ends(); });
+        for (int calm = 0; calm < watchedCalm && !wakeWatcher.wait_for(guard, watchPeriod, ends);) {
+            starved.store(idle.load() == 0);
+            calm = starved.load() ? 0 : calm + 1;
+            guard.unlock();
+            if (calm == 0) keepOneIdle();
+            guard.lock();
+        }
+        watching.store(false);
+        // Whoever left the loop empty just now has still seen it watched.
+        if (idle.load() == 0) watching.store(true);
+    }
+    // Nobody looks any more: from now on every thread that leaves the loop empty sees to it.
+    starved.store(true);
+    guard.unlock();
+    keepOneIdle();
+    guard.lock();
+    watcherLives = false;
+    changed.notify_all();
+}
+
+void TaskQueue::State::startWatching() {
+    watcherLives = true;
+    try {
+        startThread(name, [self = shared_from_this()] { self->watch(); }).detach();
+    } catch (const std::system_error&) {
+        watcherLives = false;
+        starved.store(true);
+    }
 }
 
 void TaskQueue::State::keepOneIdle() {
@@ -106,12 +153,15 @@ TaskQueue::TaskQueue(const std::string& name) : TaskQueue(name, Limits{}) {}
 TaskQueue::TaskQueue(const std::string& name, Limits limits)
     : state(std::make_shared<State>(name, limits)) {
     for (int i = 0; i < state->idleThreads; ++i) state->addThread();
+    const std::lock_guard guard(state->lock);
+    state->startWatching();
 }
 
 TaskQueue::~TaskQueue() {
     std::unique_lock guard(state->lock);
     state->ending.store(true);
     state->wakeParked.notify_all();
+    state->wakeWatcher.notify_all();
     state->work.reset();
     std::error_code ignored;
     for (asio::ip::tcp::socket* socket : state->sockets)
@@ -119,6 +169,7 @@ TaskQueue::~TaskQueue() {
     if (ownQueue == state.get()) return;
     state->changed.wait_for(guard, endingPatience, [this] {
         const auto blocked = static_cast<std::size_t>(state->blocked.load());
+        if (state->watcherLives) return false;
         return state->threads == 0 || (blocked > 0 && state->sockets.size() <= blocked);
     });
 }
@@ -135,7 +186,7 @@ std::size_t TaskQueue::threadCount() const {
 TaskQueue::Blocking::Blocking() {
     if (ownQueue == nullptr || blockingDepth++ > 0) return;
     ownQueue->blocked.fetch_add(1);
-    if (ownQueue->idle.fetch_sub(1) == 1) ownQueue->keepOneIdle();
+    if (ownQueue->idle.fetch_sub(1) == 1) ownQueue->lastIdleLeft();
     if (ownQueue->ending.load()) {
         const std::lock_guard guard(ownQueue->lock);
         ownQueue->changed.notify_all();

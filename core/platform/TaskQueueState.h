@@ -23,8 +23,13 @@ namespace zepho {
 struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     State(std::string threadName, Limits wanted);
 
+    // A thread has begun to block and left nobody in the loop.
+    void lastIdleLeft();
     // Adds a thread if none waits in the loop any more.
     void keepOneIdle();
+    // The life of the thread that notices when the loop stays without an idle thread.
+    void watch();
+    void startWatching();
     // Starts a thread; without effect at the limit, or where the system gives none.
     void addThread();
     // The life of one thread.
@@ -41,11 +46,15 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     std::atomic<int> idle{0};     // threads in the loop that no task blocks, or about to enter it
     std::atomic<int> blocked{0};  // threads inside a Blocking
     std::atomic<bool> ending{false};
+    std::atomic<bool> watching{false};  // the watcher looks at `idle` every now and then
+    std::atomic<bool> starved{false};   // it has found none: from now on threads are added at once
 
     // Guarded by `lock`.
     std::mutex lock;
     std::condition_variable wakeParked;
+    std::condition_variable wakeWatcher;
     std::condition_variable changed;  // while ending: a thread, a connection or a task came or went
+    bool watcherLives = false;
     std::size_t threads = 0;
     std::size_t parked = 0;   // threads that wait outside the loop for being needed again
     std::size_t recalls = 0;  // parked threads already asked back

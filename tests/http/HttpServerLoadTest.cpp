@@ -1,0 +1,219 @@
+// Many clients, slow handlers, peers that vanish, and the end of the server in the middle of it.
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "core/diag/AppLog.h"
+#include "tests/http/ServerFixture.h"
+
+namespace zepho::test {
+namespace {
+
+const SharedBytes& largeBody() {
+    static const SharedBytes body{Bytes(8 * 1024 * 1024, 'x')};
+    return body;
+}
+
+TEST(HttpServerLoadTest, AnyNumberOfHandlersMayBlock) {
+    constexpr int count = 200;
+    Gate gate;
+    const auto server = startServer([&](const HttpRequest& request) {
+        if (request.path == "/slow") gate.wait();
+        return HttpResponse::text(200, request.path);
+    });
+    std::vector<HttpClient> clients;
+    for (int i = 0; i < count; ++i) {
+        clients.emplace_back(server->port());
+        ASSERT_TRUE(clients.back().send("GET /slow HTTP/1.1\r\n\r\n"));
+    }
+    ASSERT_TRUE(gate.awaitInside(count));
+    EXPECT_EQ(HttpClient(server->port()).request("GET", "/quick")->body, "/quick");
+    gate.open();
+    for (HttpClient& client : clients) EXPECT_EQ(client.read()->body, "/slow");
+    // What was too much ends again.
+    EXPECT_TRUE(eventually([] { return serverThreads() <= 16; })) << serverThreads();
+    EXPECT_EQ(clients.front().request("GET", "/again")->body, "/again");
+}
+
+TEST(HttpServerLoadTest, IdleAndHalfConnectionsCostNoThread) {
+    const auto server =
+        startServer([](const HttpRequest&) { return HttpResponse::text(200, "a"); });
+    HttpClient first(server->port());
+    ASSERT_TRUE(first.request("GET", "/"));
+    const int before = serverThreads();
+    std::vector<HttpClient> idle;
+    for (int i = 0; i < 2000; ++i) {
+        idle.emplace_back(server->port());
+        if (i % 2 == 0) {
+            ASSERT_TRUE(idle.back().send("POST / HTTP/1.1\r\nContent-Length: 9\r\n\r\nx"));
+        }
+    }
+    EXPECT_TRUE(first.request("GET", "/"));
+    EXPECT_LE(serverThreads(), before + 1);
+    for (int i = 0; i < 2000; i += 100) {
+        ASSERT_TRUE(idle[i].send("12345678"));
+        EXPECT_TRUE(idle[i].read());
+    }
+}
+
+TEST(HttpServerLoadTest, PeersThatVanishOrDoNotReadDisturbNobody) {
+    std::atomic<int> vanishing{0};
+    std::atomic<int> lazy{0};
+    const auto server = startServer([&](const HttpRequest& request) {
+        if (request.path == "/vanish") ++vanishing;
+        if (request.path == "/lazy") ++lazy;
+        return HttpResponse{200, {}, largeBody()};
+    });
+    for (int i = 0; i < 20; ++i) {
+        const int before = vanishing;
+        HttpClient client(server->port(), "127.0.0.1", 4096);
+        ASSERT_TRUE(client.send("GET /vanish HTTP/1.1\r\n\r\n"));
+        ASSERT_TRUE(eventually([&] { return vanishing > before; }));
+        client.reset();
+    }
+    // A reader that does not read gets one answer prepared, however many requests it sends.
+    HttpClient reader(server->port(), "127.0.0.1", 4096);
+    std::string many;
+    for (int i = 0; i < 10; ++i) many += "GET /lazy HTTP/1.1\r\n\r\n";
+    ASSERT_TRUE(reader.send(many));
+    ASSERT_TRUE(eventually([&] { return lazy > 0; }));
+    for (int i = 0; i < 3; ++i) {
+        const auto whole = HttpClient(server->port()).request("GET", "/");
+        ASSERT_TRUE(whole);
+        EXPECT_EQ(whole->body.size(), largeBody().size());
+        EXPECT_EQ(lazy, 1);
+    }
+    // Once it reads, it gets them all.
+    for (int i = 0; i < 10; ++i) {
+        const auto late = reader.read();
+        ASSERT_TRUE(late) << i;
+        ASSERT_EQ(late->body.size(), largeBody().size());
+    }
+}
+
+TEST(HttpServerLoadTest, ALargeAnswerGoesOutWholeBeforeTheEnd) {
+    const auto server = startServer([](const HttpRequest&) {
+        return HttpResponse{200, {{"Connection", "close"}}, largeBody()};
+    });
+    HttpClient client(server->port(), "127.0.0.1", 4096);
+    const auto response = client.request("GET", "/");
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->body.size(), largeBody().size());
+    EXPECT_TRUE(client.endsWithin(std::chrono::seconds(30)));
+}
+
+TEST(HttpServerLoadTest, RecoversWhenDescriptorsRunOut) {
+    const auto server =
+        startServer([](const HttpRequest&) { return HttpResponse::text(200, "a"); });
+    HttpClient before(server->port());
+    ASSERT_TRUE(before.request("GET", "/"));
+    AppLog::clear();
+    // The client's own descriptor is the last one there is.
+    HttpClient waiting(server->port());
+    ASSERT_TRUE(waiting.request("GET", "/"));
+    std::vector<int> held;
+    rlimit usual{};
+    ::getrlimit(RLIMIT_NOFILE, &usual);
+    const int highest = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    rlimit scarce = usual;
+    scarce.rlim_cur = static_cast<rlim_t>(highest) + 2;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &scarce), 0);
+    ::close(highest);
+    for (int next = 0; (next = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+        held.push_back(next);
+    ASSERT_FALSE(held.empty());
+    ::close(held.back());
+    held.pop_back();
+    HttpClient late(server->port());
+    ASSERT_TRUE(late.send("GET / HTTP/1.1\r\n\r\n"));
+    const auto warned = [] {
+        int count = 0;
+        for (const LogEntry& entry : AppLog::snapshot())
+            if (entry.level == LogLevel::warn && entry.source == "http") ++count;
+        return count;
+    };
+    EXPECT_TRUE(eventually([&] { return warned() == 1; }));
+    // Who is connected is served; the next tries at accepting are not told again.
+    for (int i = 0; i < 2000; ++i) ASSERT_TRUE(before.request("GET", "/"));
+    EXPECT_FALSE(late.read(std::chrono::milliseconds(300)));
+    EXPECT_EQ(warned(), 1);
+    for (const int descriptor : held) ::close(descriptor);
+    ::setrlimit(RLIMIT_NOFILE, &usual);
+    EXPECT_TRUE(late.read());
+    EXPECT_EQ(warned(), 1);
+    EXPECT_TRUE(server->isRunning());
+}
+
+TEST(HttpServerLoadTest, TheServerMayGoWhileItsHandlersBlock) {
+    const auto gate = std::make_shared<Gate>();
+    auto server = startServer([gate](const HttpRequest& request) {
+        if (request.path == "/slow") gate->wait();
+        return HttpResponse{200, {}, largeBody()};
+    });
+    HttpClient idle(server->port());
+    ASSERT_TRUE(idle.request("GET", "/"));
+    std::vector<HttpClient> slow;
+    for (int i = 0; i < 10; ++i) {
+        slow.emplace_back(server->port());
+        ASSERT_TRUE(slow.back().send("GET /slow HTTP/1.1\r\n\r\nGET /slow HTTP/1.1\r\n\r\n"));
+    }
+    ASSERT_TRUE(gate->awaitInside(10));
+    const int port = server->port();
+    server.reset();
+    EXPECT_THROW(HttpClient{port}, std::runtime_error);
+    EXPECT_TRUE(idle.endsWithin(std::chrono::seconds(30)));
+    // What was asked for is still answered, and the connections end with it.
+    gate->open();
+    for (HttpClient& client : slow) {
+        const auto response = client.read();
+        ASSERT_TRUE(response);
+        EXPECT_EQ(response->body.size(), largeBody().size());
+    }
+    slow.clear();
+    EXPECT_TRUE(eventually([] { return serverThreads() == 0; })) << serverThreads();
+}
+
+TEST(HttpServerLoadTest, ServersComeAndGoUnderLoad) {
+    for (int round = 0; round < 20; ++round) {
+        auto server = startServer([](const HttpRequest&) { return HttpResponse::text(200, "a"); });
+        const int port = server->port();
+        std::vector<std::thread> clients;
+        std::atomic<int> answered{0};
+        for (int i = 0; i < 4; ++i)
+            clients.emplace_back([&] {
+                try {
+                    HttpClient client(port);
+                    while (client.request("GET", "/")) ++answered;
+                } catch (const std::runtime_error&) {
+                    // The server was gone before this one got through.
+                }
+            });
+        EXPECT_TRUE(eventually([&] { return answered > 20; }));
+        server.reset();
+        for (std::thread& client : clients) client.join();
+        EXPECT_TRUE(eventually([] { return serverThreads() == 0; })) << serverThreads();
+    }
+}
+
+TEST(HttpServerLoadTest, TheQueueWaitsAtItsThreadLimitAndRecovers) {
+    Gate gate;
+    std::atomic<int> done{0};
+    TaskQueue queue("zepho.http", {.idleThreads = 1, .maxThreads = 4});
+    for (int i = 0; i < 12; ++i)
+        queue.post([&] {
+            const TaskQueue::Blocking blocking;
+            gate.wait();
+            ++done;
+        });
+    ASSERT_TRUE(gate.awaitInside(4));
+    EXPECT_EQ(queue.threadCount(), 4U);
+    gate.open();
+    EXPECT_TRUE(eventually([&] { return done == 12; }));
+}
+
+}  // namespace
+}  // namespace zepho::test
