@@ -6,6 +6,12 @@
 // as SoundTouch with frames like ours (40 ms sequence, 16 ms search), and more than thirty times as
 // fast as Rubber Band offline. Look at the CPU column: the other one tells what else the machine did.
 
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
 #include <benchmark/benchmark.h>
 
 #include "core/audio/PcmBuffer.h"
