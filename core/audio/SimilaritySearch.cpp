@@ -84,12 +84,13 @@ HWY_INLINE void addTo(float* sums, const float* values, std::size_t count) {
         hn::StoreU(hn::Add(load(sums + c), load(values + c)), floats, sums + c);
 }
 
-// Energies of all groups over the whole length and over its last `rest` samples, a power of two. Only sums of
-// positive numbers, few for each energy, so they are accurate to some units in the last place.
+// Energies of all groups over the whole length and over its last `rest` samples, a power of two.
+// Halves are added to halves and nothing is subtracted, so they are accurate to some units in the
+// last place, also where a loud passage ends.
 void computeEnergies(const SearchJob& job, std::size_t padded, std::size_t rest) {
     const std::size_t used = padded + job.length;
     for (std::size_t c = 0; c < used; c += lanes) {
-        // The last vector ends with the clip's samples that are still sure to exist.
+        // The last vector ends where the candidates do: the clip may end there too.
         const std::size_t at = std::min(c, used - lanes);
         hn::StoreU(hn::Mul(load(job.clip + at), load(job.clip + at)), floats, job.sums + at);
     }
@@ -276,8 +277,8 @@ std::size_t findBest(const SearchJob& job) {
     const std::size_t split = job.length - rest;
     const float restPower = squareSum(job.target + split, rest);
     const float power = squareSum(job.target, split) + restPower;
-    // With silence on either side all candidates score 0. The squares of very small samples vanish in
-    // a sum, their scores need not.
+    // With silence on either side all candidates score 0, so the first one wins. The squares of very
+    // small samples vanish in a sum, but their scores need not.
     if (power == 0 && isSilent(job.target, job.length) &&
         std::isfinite(squareSum(job.clip, padded + job.length)))
         return 0;

@@ -18,9 +18,9 @@ public:
     // `length` is at least 64.
     SimilaritySearch(std::size_t length, std::size_t mostCandidates);
 
-    // The best of the candidates that start at clip[first] … clip[first + candidates - 1]. The clip
-    // goes on for at least 16 samples behind the last candidate. At least one candidate. `otherwise` is the answer when no score
-    // is a number.
+    // The best of the candidates that start at clip[first] … clip[first + candidates - 1], at least
+    // one. The clip goes on for 16 samples behind the last of them. `otherwise` is the answer when
+    // no score is a number.
     [[nodiscard]] std::size_t best(std::span<const float> clip, std::size_t first,
                                    std::size_t candidates, const float* target,
                                    std::size_t otherwise);

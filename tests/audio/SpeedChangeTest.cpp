@@ -80,6 +80,12 @@ std::vector<Signal> signals() {
         {"rate of 3000", 3000, speech(4000, 3000)},
         {"rate of 1", 1, speech(2000, 8000)},
     };
+    // Candidates one period apart differ in the last bits only, so the rounding of the sums decides.
+    const Samples period = noise(37, 0.7);
+    const Samples trembling = noise(6000, 2e-7);
+    all.push_back({"trembling loop", 8000, generate(6000, [&](std::size_t i) {
+                       return period[i % 37] * (1 + trembling[i]);
+                   })});
     Samples holes = noise(6000, 0.5);
     holes[1000] = std::numeric_limits<float>::infinity();
     holes[3000] = std::numeric_limits<float>::quiet_NaN();
