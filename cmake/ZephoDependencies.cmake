@@ -1,6 +1,8 @@
 # Libraries that come installed. Each is linked by the one folder that uses it.
 
+find_package(CURL REQUIRED)
 find_package(fmt 9 REQUIRED)
+find_package(hwy 1.0 REQUIRED)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(OpenSSL 3 REQUIRED)
 find_package(PkgConfig REQUIRED)
@@ -12,3 +14,26 @@ add_library(zepho-asio INTERFACE)
 target_include_directories(zepho-asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
 target_compile_definitions(zepho-asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
 target_link_libraries(zepho-asio INTERFACE Threads::Threads)
+
+# miniaudio: an installed header that is new enough, else the copy of scripts/fetch-miniaudio.
+find_path(MINIAUDIO_INCLUDE_DIR miniaudio.h)
+if(MINIAUDIO_INCLUDE_DIR)
+  file(STRINGS ${MINIAUDIO_INCLUDE_DIR}/miniaudio.h ZEPHO_MINIAUDIO_LINES
+       REGEX "^#define MA_VERSION_(MAJOR|MINOR|REVISION) +[0-9]+")
+  string(REGEX REPLACE "[^0-9;]" "" ZEPHO_MINIAUDIO_VERSION "${ZEPHO_MINIAUDIO_LINES}")
+  string(REPLACE ";" "." ZEPHO_MINIAUDIO_VERSION "${ZEPHO_MINIAUDIO_VERSION}")
+endif()
+if(NOT MINIAUDIO_INCLUDE_DIR OR ZEPHO_MINIAUDIO_VERSION VERSION_LESS 0.11.25)
+  set(ZEPHO_MINIAUDIO_DIR ${CMAKE_SOURCE_DIR}/third_party/miniaudio)
+  if(NOT EXISTS ${ZEPHO_MINIAUDIO_DIR}/miniaudio.h)
+    message(FATAL_ERROR "miniaudio.h is missing: run scripts/fetch-miniaudio")
+  endif()
+else()
+  set(ZEPHO_MINIAUDIO_DIR ${MINIAUDIO_INCLUDE_DIR})
+endif()
+add_library(zepho-miniaudio INTERFACE)
+target_include_directories(zepho-miniaudio SYSTEM INTERFACE ${ZEPHO_MINIAUDIO_DIR})
+
+find_path(STB_INCLUDE_DIR stb/stb_vorbis.h REQUIRED)
+add_library(zepho-stb INTERFACE)
+target_include_directories(zepho-stb SYSTEM INTERFACE ${STB_INCLUDE_DIR})

@@ -132,13 +132,14 @@ void AppLog::clear() {
 }
 
 void AppLog::setLineHandler(LineHandler handler) {
+    // The old one goes away after the lock: what it holds may log while it ends.
     const std::lock_guard guard(state().lock);
-    state().onLine = std::move(handler);
+    state().onLine.swap(handler);
 }
 
 void AppLog::setRequestHandler(RequestHandler handler) {
     const std::lock_guard guard(state().lock);
-    state().onRequest = std::move(handler);
+    state().onRequest.swap(handler);
 }
 
 void AppLog::save(const std::string& path) {

@@ -84,10 +84,17 @@ void replaceFile(const std::string& path,
                  const std::function<void(int fd, const std::string& name)>& write) {
     const std::string directory = parentDirectory(path);
     if (!directory.empty()) createDirectories(directory);
-    const std::string temporary = temporaryPathFor(path);
+    // A killed process of the same number, as every start in a container may have, can have left a
+    // temporary file of the same name.
+    std::string temporary;
+    int fd = -1;
+    do {
+        temporary = temporaryPathFor(path);
+        fd = openRetrying(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+    } while (fd < 0 && errno == EEXIST);
+    Descriptor file(fd);
+    if (!file.isOpen()) throwErrno(errno, temporary);
     try {
-        Descriptor file(openRetrying(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644));
-        if (!file.isOpen()) throwErrno(errno, temporary);
         write(file.number(), temporary);
         if (syncRetrying(file.number()) != 0) throwErrno(errno, temporary);
         if (file.closeNow() != 0) throwErrno(errno, temporary);

@@ -24,8 +24,9 @@ void onMainThread(std::function<void()> run) {
 }
 
 void setMainThreadDispatcher(MainThreadDispatcher dispatcher) {
+    // The old one goes away after the lock: what it holds may post once more while it ends.
     const std::lock_guard guard(dispatcherLock);
-    dispatcherSlot() = std::move(dispatcher);
+    dispatcherSlot().swap(dispatcher);
 }
 
 void RunLoop::post(std::function<void()> run) {
@@ -41,10 +42,12 @@ void RunLoop::run() {
     for (;;) {
         changed.wait(guard, [this] { return stopped || !waiting.empty(); });
         if (stopped) return;
-        const std::function<void()> next = std::move(waiting.front());
+        std::function<void()> next = std::move(waiting.front());
         waiting.pop_front();
         guard.unlock();
         next();
+        // What the function held ends here, outside the lock: it may post once more.
+        next = nullptr;
         guard.lock();
     }
 }

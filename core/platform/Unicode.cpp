@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include <unicode/brkiter.h>
 #include <unicode/bytestream.h>
@@ -56,17 +57,46 @@ std::string mapCase(std::string_view text, Map map) {
     return U_SUCCESS(status) ? result : std::string(text);
 }
 
-// Opening a break iterator takes milliseconds, using one takes microseconds.
-icu::BreakIterator& characterBreaks() {
-    thread_local const std::unique_ptr<icu::BreakIterator> breaks = [] {
+// The break rules for one walk over a text. Opening a break iterator takes milliseconds, copying one
+// and using it microseconds, so each thread keeps one; a walk inside a walk takes a copy of its own.
+class CharacterBreaks {
+public:
+    explicit CharacterBreaks(std::string_view text) : breaks(std::move(kept())) {
+        if (!breaks) breaks.reset(original().clone());
         UErrorCode status = U_ZERO_ERROR;
-        std::unique_ptr<icu::BreakIterator> made(
-            icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-        require(U_SUCCESS(status) && made, "ICU has no character break rules");
-        return made;
-    }();
-    return *breaks;
-}
+        utext_openUTF8(&source, text.data(), static_cast<std::int64_t>(text.size()), &status);
+        if (breaks) breaks->setText(&source, status);
+        require(breaks && U_SUCCESS(status), "ICU refused a text");
+    }
+    CharacterBreaks(const CharacterBreaks&) = delete;
+    CharacterBreaks& operator=(const CharacterBreaks&) = delete;
+    ~CharacterBreaks() {
+        utext_close(&source);
+        kept() = std::move(breaks);
+    }
+
+    // The end of the next character, or icu::BreakIterator::DONE.
+    std::int32_t next() { return breaks->next(); }
+
+private:
+    static const icu::BreakIterator& original() {
+        static const std::unique_ptr<const icu::BreakIterator> opened = [] {
+            UErrorCode status = U_ZERO_ERROR;
+            std::unique_ptr<const icu::BreakIterator> made(
+                icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+            require(U_SUCCESS(status) && made, "ICU has no character break rules");
+            return made;
+        }();
+        return *opened;
+    }
+    static std::unique_ptr<icu::BreakIterator>& kept() {
+        thread_local std::unique_ptr<icu::BreakIterator> idle;
+        return idle;
+    }
+
+    std::unique_ptr<icu::BreakIterator> breaks;
+    UText source = UTEXT_INITIALIZER;
+};
 
 // Calls `visit` with the bounds of each grapheme until it answers false.
 template <class Visit>
@@ -81,18 +111,12 @@ void walkGraphemes(std::string_view text, Visit visit) {
         }
         return;
     }
-    UErrorCode status = U_ZERO_ERROR;
-    UText ubuffer = UTEXT_INITIALIZER;
-    utext_openUTF8(&ubuffer, text.data(), static_cast<std::int64_t>(text.size()), &status);
-    icu::BreakIterator& breaks = characterBreaks();
-    breaks.setText(&ubuffer, status);
-    require(U_SUCCESS(status), "ICU refused a text");
+    CharacterBreaks breaks(text);
     std::size_t from = 0;
     for (std::int32_t to = breaks.next(); to != icu::BreakIterator::DONE; to = breaks.next()) {
         if (!visit(from, static_cast<std::size_t>(to))) break;
         from = static_cast<std::size_t>(to);
     }
-    utext_close(&ubuffer);
 }
 
 }  // namespace

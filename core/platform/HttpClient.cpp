@@ -1,0 +1,131 @@
+#include "core/platform/HttpClient.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <memory>
+
+#include <curl/curl.h>
+
+namespace zepho {
+namespace {
+
+struct Received {
+    Bytes body;
+    std::size_t limit = 0;
+    bool tooLarge = false;
+};
+
+std::size_t receive(char* data, std::size_t size, std::size_t count, void* user) {
+    auto& received = *static_cast<Received*>(user);
+    const std::size_t bytes = size * count;
+    if (bytes > received.limit - received.body.size()) {
+        received.tooLarge = true;
+        return CURL_WRITEFUNC_ERROR;
+    }
+    received.body.insert(received.body.end(), data, data + bytes);
+    return bytes;
+}
+
+struct ListFree {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+struct HandleFree {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+using HeaderList = std::unique_ptr<curl_slist, ListFree>;
+using Handle = std::unique_ptr<CURL, HandleFree>;
+
+void append(HeaderList& list, const char* header) {
+    if (curl_slist* grown = curl_slist_append(list.get(), header)) {
+        (void)list.release();
+        list.reset(grown);
+    }
+}
+
+HeaderList headersOf(const HttpRequest& request) {
+    HeaderList list;
+    for (const std::string& header : request.headers) append(list, header.c_str());
+    // A large body is not held back for a "100 Continue" that simple servers never send.
+    append(list, "Expect:");
+    return list;
+}
+
+long milliseconds(std::chrono::milliseconds time) {
+    // 0 would mean no limit.
+    return std::clamp<long>(time.count(), 1, std::numeric_limits<int>::max());
+}
+
+void describeMethod(CURL* handle, const HttpRequest& request) {
+    if (request.method == "GET") return;
+    if (request.method == "HEAD") {
+        curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
+        return;
+    }
+    curl_easy_setopt(handle, CURLOPT_POST, 1L);
+    // A null pointer would make the library ask a callback for the body.
+    curl_easy_setopt(handle, CURLOPT_POSTFIELDS,
+                     request.body.empty() ? "" : asText(request.body).data());
+    curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE,
+                     static_cast<curl_off_t>(request.body.size()));
+    if (request.method != "POST")
+        curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+}
+
+void describe(CURL* handle, const HttpRequest& request) {
+    curl_easy_setopt(handle, CURLOPT_URL, request.url.c_str());
+    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, milliseconds(request.timeout));
+    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, milliseconds(request.connectTimeout));
+    // Time-outs by signal would hit any thread of the program.
+    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    if (request.direct) curl_easy_setopt(handle, CURLOPT_NOPROXY, "*");
+    describeMethod(handle, request);
+}
+
+HttpFailure failureOf(CURLcode code, const Received& received) {
+    if (code == CURLE_OK) return HttpFailure::none;
+    if (received.tooLarge) return HttpFailure::tooLarge;
+    return code == CURLE_OPERATION_TIMEDOUT ? HttpFailure::timedOut : HttpFailure::transport;
+}
+
+HttpResponse failed(const char* words) {
+    HttpResponse response;
+    response.failure = HttpFailure::transport;
+    response.error = words;
+    return response;
+}
+
+}  // namespace
+
+HttpResponse httpSend(const HttpRequest& request) {
+    static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (ready != CURLE_OK) return failed(curl_easy_strerror(ready));
+    const Handle handle(curl_easy_init());
+    if (!handle) return failed(curl_easy_strerror(CURLE_FAILED_INIT));
+    describe(handle.get(), request);
+    const HeaderList headers = headersOf(request);
+    curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+    Received received;
+    received.limit = request.maxResponseBytes;
+    curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, receive);
+    curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &received);
+    std::array<char, CURL_ERROR_SIZE> words{};
+    curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, words.data());
+
+    const CURLcode code = curl_easy_perform(handle.get());
+    HttpResponse response;
+    response.failure = failureOf(code, received);
+    if (code == CURLE_OK) {
+        long status = 0;
+        curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
+        response.status = static_cast<int>(status);
+        response.body = std::move(received.body);
+    } else {
+        response.error = words[0] != '\0' ? words.data() : curl_easy_strerror(code);
+    }
+    return response;
+}
+
+}  // namespace zepho

@@ -1,0 +1,44 @@
+// HTTP requests to other programs, over libcurl.
+//
+// httpSend() blocks the calling thread until there is a response or none can come. No cookies, no
+// cache, no redirects followed, nothing kept between two calls; any thread, any number at a time.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "core/platform/Bytes.h"
+
+namespace zepho {
+
+struct HttpRequest {
+    std::string method = "GET";
+    std::string url;                   // http or https
+    std::vector<std::string> headers;  // "Name: value"
+    ByteView body;                     // borrowed for the call; sent unless the method is GET
+    std::chrono::milliseconds timeout{60000};  // of the whole exchange
+    std::chrono::milliseconds connectTimeout{10000};
+    std::size_t maxResponseBytes = 64UL << 20;
+    // Never by way of a proxy, whatever the environment asks for.
+    bool direct = false;
+};
+
+enum class HttpFailure {
+    none,       // there is a response, of whatever status
+    timedOut,   // no whole response in the time given
+    tooLarge,   // the response exceeds its limit
+    transport,  // refused, reset, not HTTP, …
+};
+
+struct HttpResponse {
+    HttpFailure failure = HttpFailure::none;
+    std::string error;  // the failure in the library's words
+    int status = 0;
+    Bytes body;
+};
+
+[[nodiscard]] HttpResponse httpSend(const HttpRequest& request);
+
+}  // namespace zepho

@@ -1,0 +1,164 @@
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "core/diag/AppLog.h"
+#include "core/platform/Files.h"
+#include "core/platform/MainThread.h"
+#include "tests/support/TempDir.h"
+
+namespace zepho {
+namespace {
+
+class AppLogTest : public testing::Test {
+protected:
+    AppLogTest() {
+        AppLog::clear();
+        setMainThreadDispatcher([this](std::function<void()> run) {
+            const std::lock_guard guard(lock);
+            scheduled.push_back(std::move(run));
+        });
+    }
+    ~AppLogTest() override {
+        AppLog::setLineHandler({});
+        AppLog::setRequestHandler({});
+        AppLog::setMaxLines(2000);
+        AppLog::clear();
+        setMainThreadDispatcher({});
+    }
+
+    // Runs what was handed to the main thread, on this one.
+    void runScheduled() {
+        std::vector<std::function<void()>> batch;
+        {
+            const std::lock_guard guard(lock);
+            batch.swap(scheduled);
+        }
+        for (const auto& run : batch) run();
+    }
+
+    std::mutex lock;
+    std::vector<std::function<void()>> scheduled;
+};
+
+TEST_F(AppLogTest, RingsKeepTheNewest) {
+    for (int i = 0; i <= 2000; ++i) AppLog::debug("test", std::to_string(i));
+    std::vector<LogEntry> lines = AppLog::snapshot();
+    ASSERT_EQ(lines.size(), 2000U);
+    EXPECT_EQ(lines.front().text, "1");
+    EXPECT_EQ(lines.back().text, "2000");
+    EXPECT_NE(lines[0].id, lines[1].id);
+
+    AppLog::setMaxLines(3);
+    EXPECT_EQ(AppLog::snapshot().size(), 2000U);
+    AppLog::error("test", "last");
+    lines = AppLog::snapshot();
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines.front().text, "1999");
+    EXPECT_EQ(lines.back().level, LogLevel::error);
+
+    for (int status = 200; status < 210; ++status) {
+        RequestLog record;
+        record.status = status;
+        AppLog::request(record);
+    }
+    const std::vector<RequestLog> requests = AppLog::requestSnapshot();
+    ASSERT_EQ(requests.size(), 3U);
+    EXPECT_EQ(requests.front().status, 207);
+    EXPECT_EQ(AppLog::snapshot().size(), 3U);
+}
+
+TEST_F(AppLogTest, HandlersGetCopiesLaterAndInOrder) {
+    std::vector<std::string> seen;
+    AppLog::setLineHandler([&seen](const LogEntry& entry) {
+        seen.push_back(entry.text);
+        (void)AppLog::snapshot();  // a handler may come back: no lock is held
+    });
+    AppLog::setRequestHandler(
+        [&seen](const RequestLog& record) { seen.push_back(std::to_string(record.status)); });
+    AppLog::info("test", "a");
+    RequestLog record;
+    record.status = 404;
+    AppLog::request(record);
+    AppLog::warn("test", "b");
+    EXPECT_TRUE(seen.empty());
+    AppLog::clear();
+    runScheduled();
+    EXPECT_EQ(seen, (std::vector<std::string>{"a", "404", "b"}));
+
+    AppLog::info("test", "under way");
+    AppLog::setLineHandler({});
+    AppLog::info("test", "unheard");
+    runScheduled();
+    EXPECT_EQ(seen.back(), "under way");
+}
+
+// What a handler holds may log while it ends.
+TEST_F(AppLogTest, ReplacingAHandlerEndsItOutsideTheLock) {
+    const auto farewell = [] {
+        return std::shared_ptr<void>(nullptr, [](void*) { AppLog::info("test", "farewell"); });
+    };
+    AppLog::setLineHandler([held = farewell()](const LogEntry&) {});
+    AppLog::setRequestHandler([held = farewell()](const RequestLog&) {});
+    AppLog::setLineHandler({});
+    AppLog::setRequestHandler({});
+    EXPECT_EQ(AppLog::snapshot().size(), 2U);
+}
+
+TEST_F(AppLogTest, SavesTheLinesAsText) {
+    const test::TempDir directory;
+    const std::string path = directory.file("a/b/log.txt");
+    AppLog::save(path);
+    EXPECT_EQ(asText(*loadFileBytes(path)), "\n");
+
+    AppLog::info("http", "listening");
+    AppLog::warn("s2", "音");
+    const std::vector<LogEntry> lines = AppLog::snapshot();
+    EXPECT_EQ(lines[0].formatted(), formatTimeOfDay(lines[0].time) + " [INFO] http: listening");
+    AppLog::save(path);
+    EXPECT_EQ(asText(*loadFileBytes(path)),
+              lines[0].formatted() + "\n" + lines[1].formatted() + "\n");
+    EXPECT_THROW(AppLog::save(path + "/below a file"), std::system_error);
+    EXPECT_EQ(AppLog::snapshot().size(), 2U);
+}
+
+TEST_F(AppLogTest, LevelsHaveNamesAndOrder) {
+    EXPECT_LT(LogLevel::debug, LogLevel::info);
+    EXPECT_LT(LogLevel::warn, LogLevel::error);
+    EXPECT_EQ(logLevelFromRaw(2), LogLevel::warn);
+    EXPECT_EQ(logLevelFromRaw(4), std::nullopt);
+    EXPECT_EQ(logLevelFromRaw(-1), std::nullopt);
+    EXPECT_EQ(logLevelName(LogLevel::debug), "DEBUG");
+    EXPECT_EQ(logLevelName(LogLevel::error), "ERROR");
+}
+
+TEST_F(AppLogTest, ManyThreadsWriteAndRead) {
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < 4; ++writer)
+        writers.emplace_back([writer] {
+            for (int i = 0; i < 400; ++i) {
+                AppLog::info("w" + std::to_string(writer), std::to_string(i));
+                AppLog::request(RequestLog());
+                if (i % 50 == 0) AppLog::setLineHandler([](const LogEntry&) {});
+                if (i % 40 == 0) (void)AppLog::snapshot();
+            }
+        });
+    for (std::thread& writer : writers) writer.join();
+    runScheduled();
+    EXPECT_EQ(AppLog::requestSnapshot().size(), 1600U);
+    // Each writer's lines stand in its own order.
+    std::vector<int> next(4, 0);
+    for (const LogEntry& entry : AppLog::snapshot())
+        EXPECT_EQ(entry.text,
+                  std::to_string(next[static_cast<std::size_t>(entry.source[1] - '0')]++));
+    EXPECT_EQ(next, std::vector<int>(4, 400));
+}
+
+}  // namespace
+}  // namespace zepho

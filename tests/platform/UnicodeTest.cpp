@@ -1,0 +1,96 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "core/platform/Unicode.h"
+
+namespace zepho {
+namespace {
+
+std::vector<std::string> characters(std::string_view text) {
+    std::vector<std::string> found;
+    forEachGrapheme(text, [&](const Grapheme& one) { found.emplace_back(one.bytes); });
+    return found;
+}
+
+TEST(Unicode, TrimsWhatUnicodeCallsWhiteSpace) {
+    const struct {
+        const char* text;
+        const char* trimmed;
+    } rows[] = {
+        {"", ""},
+        {" \t\r\n\v\f", ""},
+        {"\u3000\u00A0\u2003a b\u2028\u0085 ", "a b"},
+        {"\u200Ba\uFEFF", "\u200Ba\uFEFF"},  // no width, and no white space either
+        {"\u3000", ""},
+        {"音\u3000", "音"},
+        {"\x80 \xE3\x80", "\x80 \xE3\x80"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(trimmed(row.text), row.trimmed);
+    EXPECT_TRUE(isWhiteSpace(U'\u3000') && isWhiteSpace(U'\u00A0') && isWhiteSpace('\n'));
+    EXPECT_FALSE(isWhiteSpace(U'\u200B') || isWhiteSpace('a') || isWhiteSpace(0));
+}
+
+TEST(Unicode, WalksUserPerceivedCharacters) {
+    using List = std::vector<std::string>;
+    EXPECT_EQ(characters("a\r\nb\r\r\n"), (List{"a", "\r\n", "b", "\r", "\r\n"}));
+    EXPECT_EQ(characters("音\r\nb"), (List{"音", "\r\n", "b"}));
+    EXPECT_EQ(characters("👨‍👩‍👧x🇯🇵🇨🇳e\u0301"),
+              (List{"👨‍👩‍👧", "x", "🇯🇵", "🇨🇳", "e\u0301"}));
+    EXPECT_EQ(characters(""), List{});
+
+    std::vector<char32_t> firsts;
+    forEachGrapheme("e\u0301音\xFFz", [&](const Grapheme& one) { firsts.push_back(one.first); });
+    EXPECT_EQ(firsts, (std::vector<char32_t>{'e', U'音', 0xFFFD, 'z'}));
+
+    EXPECT_EQ(graphemeCount("👨‍👩‍👧e\u0301\r\n"), 3U);
+    EXPECT_EQ(graphemePrefix("e\u0301👨‍👩‍👧b", 2), "e\u0301👨‍👩‍👧");
+    EXPECT_EQ(graphemePrefix("ab", 9), "ab");
+    EXPECT_EQ(graphemePrefix("ab", 0), "");
+    // A visit may walk another text: each walk has a place of its own.
+    std::size_t inner = 0;
+    forEachGrapheme("音音", [&](const Grapheme&) { inner += graphemeCount("声声声"); });
+    EXPECT_EQ(inner, 6U);
+}
+
+TEST(Unicode, CaseAndClasses) {
+    EXPECT_EQ(lowercased("AbC1"), "abc1");
+    EXPECT_EQ(lowercased("ÄİI"), "äi\u0307i");
+    EXPECT_EQ(uppercased("straße"), "STRASSE");
+    EXPECT_TRUE(equalsIgnoringCase("ÄB", "äb"));
+    EXPECT_FALSE(equalsIgnoringCase("ab", "abc"));
+    for (const char32_t scalar : {U'a', U'7', U'音', U'½', U'Ⅷ', U'가', U'ａ', U'٣'})
+        EXPECT_TRUE(isLetterOrNumber(scalar)) << static_cast<std::uint32_t>(scalar);
+    for (const char32_t scalar : {U'-', U' ', U'_', U'。', U'\u0301', U'⺀', char32_t{0x1F600}})
+        EXPECT_FALSE(isLetterOrNumber(scalar)) << static_cast<std::uint32_t>(scalar);
+}
+
+TEST(Unicode, InvalidBytesAreAcceptedEverywhere) {
+    const struct {
+        std::string text;
+        std::string repaired;
+    } rows[] = {
+        {"a\x80", "a\uFFFD"},
+        {"\xE9\x9F", "\uFFFD"},
+        {"\xE9\x9F音", "\uFFFD音"},
+        {"\xC0\xAF", "\uFFFD\uFFFD"},                      // an overlong slash
+        {"\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"},            // half a surrogate pair
+        {"\xF4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},  // beyond the last scalar
+    };
+    for (const auto& row : rows) {
+        EXPECT_FALSE(isValidUtf8(row.text));
+        EXPECT_EQ(replaceInvalidUtf8(row.text), row.repaired);
+        EXPECT_TRUE(isValidUtf8(replaceInvalidUtf8(row.text)));
+        std::string joined;
+        for (const std::string& one : characters(row.text)) joined += one;
+        EXPECT_EQ(joined, row.text);
+        (void)lowercased(row.text);
+        (void)uppercased(row.text);
+    }
+    EXPECT_TRUE(isValidUtf8("a\u00E9音👨"));
+    EXPECT_EQ(replaceInvalidUtf8("音"), "音");
+}
+
+}  // namespace
+}  // namespace zepho
