@@ -9,16 +9,6 @@
 
 namespace zepho {
 
-std::optional<std::vector<std::string>> listNames(const std::string& directory) {
-    std::vector<std::string> names;
-    std::error_code error;
-    std::filesystem::directory_iterator entry(directory, error);
-    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
-        names.push_back(lastPathComponent(entry->path().native()));
-    if (error) return std::nullopt;
-    return names;
-}
-
 bool deleteFile(const std::string& path) {
     std::error_code error;
     std::filesystem::remove(path, error);

@@ -9,6 +9,7 @@
 #include "core/diag/AppLog.h"
 #include "core/diag/FormatText.h"
 #include "core/platform/Clock.h"
+#include "core/platform/Directory.h"
 #include "core/platform/Errors.h"
 #include "core/platform/Files.h"
 #include "core/platform/Unicode.h"
@@ -45,7 +46,7 @@ WavCache::WavCache(std::string directory, std::int64_t budgetBytes)
     // One listing instead of a look at each file: it tells what exists, what is new and what a
     // killed process left half-written.
     Names names;
-    for (std::string& name : listNames(dir).value_or(std::vector<std::string>())) {
+    for (std::string& name : listDirectory(dir).value_or(std::vector<std::string>())) {
         if (isTemporaryName(name))
             deleteFile(dir + name);
         else
@@ -78,11 +79,12 @@ void WavCache::adoptOrphans(const Names& names) {
     for (const std::string& name : names) {
         // What is no text cannot be a key anywhere else either.
         if (!name.ends_with(suffix) || !isValidUtf8(name)) continue;
-        CacheRecord record;
-        record.key = name.substr(0, name.size() - suffix.size());
-        if (record.key.empty() || contains(record.key)) continue;
+        const auto key = std::string_view(name).substr(0, name.size() - suffix.size());
+        if (key.empty() || contains(key)) continue;
         const std::optional<WavHeader> header = readWavHeader(dir + name);
         if (!header) continue;
+        CacheRecord record;
+        record.key = key;
         record.entry.fileName = name;
         record.entry.sampleRate = static_cast<int>(
             std::clamp<std::int64_t>(header->sampleRate, 0, std::numeric_limits<int>::max()));
@@ -234,7 +236,7 @@ void WavCache::clear() {
     }
     hot.clear();
     std::vector<std::string> names;
-    if (auto listed = listNames(dir)) {
+    if (auto listed = listDirectory(dir)) {
         names = std::move(*listed);
         std::erase_if(names, [](const std::string& name) { return !name.ends_with(suffix); });
     } else {

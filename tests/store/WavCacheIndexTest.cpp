@@ -9,6 +9,7 @@
 #include "core/platform/Files.h"
 #include "core/platform/Unicode.h"
 #include "core/store/CacheIndex.h"
+#include "core/store/CacheIndexReader.h"
 #include "core/store/WavCache.h"
 #include "tests/store/CacheTestSupport.h"
 #include "tests/support/TempDir.h"
@@ -62,6 +63,57 @@ TEST(CacheIndex, TextIsWhatTheJsonLibraryWrites) {
     EXPECT_EQ((*loaded)[2]->entry.text, "航班 ✈ \xF0\x9F\x9B\xAB");
     EXPECT_EQ((*loaded)[2]->entry.speed, 0.8F);
     EXPECT_EQ((*loaded)[2]->entry.bytes, INT64_MAX);
+}
+
+// The reader has a short way for the text that the cache itself writes. Whatever happens to a byte of
+// it, the answer is the one that the JSON library gives.
+TEST(CacheIndex, OwnFormReadsAsTheJsonLibraryDoes) {
+    const TempDir home;
+    std::vector<CacheRecordPointer> records;
+    for (int i = 0; i < 2; ++i) {
+        CacheRecord record;
+        record.key = "key" + std::to_string(i);
+        record.entry = {
+            record.key + ".wav", "v\x01", "a \"q\" \\ \n é", "zh", 0.85F, 44100, 1200, 90, 0};
+        records.push_back(std::make_shared<const CacheRecord>(std::move(record)));
+    }
+    saveCacheIndex(home.file("index.json"), records);
+    const std::string text = readFile(home.file("index.json"));
+
+    const auto byKey = [](const std::vector<CacheRecordPointer>& list) {
+        std::map<std::string, std::string> lines;
+        for (const CacheRecordPointer& record : list) {
+            const CacheEntry& entry = record->entry;
+            lines[record->key] =
+                Json({entry.fileName, entry.voiceId, entry.text, entry.language, entry.speed,
+                      entry.sampleRate, entry.durationMs, entry.bytes})
+                    .dump();
+        }
+        return lines;
+    };
+    const std::string replacements = "09-.e\"\\{},: u\n\x01\xff";
+    int accepted = 0;
+    for (std::size_t pos = 0; pos <= text.size(); ++pos) {
+        for (const char byte : replacements) {
+            std::string changed = text;
+            if (pos < text.size() && pos % 2 == 0)
+                changed[pos] = byte;
+            else
+                changed.insert(pos, 1, byte);
+            const auto read = readIndexText(changed);
+            const auto parsed = parseJsonObject(changed);
+            ASSERT_EQ(read.has_value(), parsed.has_value()) << changed;
+            if (!read) continue;
+            ++accepted;
+            // Without its line breaks the text goes the long way.
+            const auto plain = readIndexText(jsonString(*parsed));
+            ASSERT_TRUE(plain);
+            ASSERT_EQ(byKey(*read), byKey(*plain)) << changed;
+        }
+    }
+    EXPECT_GT(accepted, 500);
+    ASSERT_TRUE(readIndexText(text));
+    EXPECT_EQ(byKey(*readIndexText(text)), byKey(records));
 }
 
 TEST(CacheIndex, EntriesSurviveARestart) {

@@ -1,0 +1,14 @@
+// The names in a directory, read once. Stateless; any thread.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zepho {
+
+// In no order, without "." and ".."; absent where the directory cannot be listed. Costs a third of
+// std::filesystem's iterator, which makes a path of every name.
+[[nodiscard]] std::optional<std::vector<std::string>> listDirectory(const std::string& path);
+
+}  // namespace zepho
