@@ -107,7 +107,7 @@ Bytes identityPacket(const Identity& identity) {
     appendInteger(packet, 0, 4);
     appendInteger(packet, identity.channels, 1);
     appendInteger(packet, identity.rate, 4);
-    appendInteger(packet, 0, 12);
+    for (int i = 0; i < 3; ++i) appendInteger(packet, 0, 4);  // bit rates
     appendInteger(packet, identity.blockSizes, 1);
     appendInteger(packet, 1, 1);
     return packet;
