@@ -1,5 +1,3 @@
-#include "core/platform/SandboxedRun.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -10,10 +8,12 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
-#include <sys/pidfd.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "core/platform/SandboxedRun.h"
 
 namespace zepho {
 namespace {
@@ -88,8 +88,8 @@ public:
         step(::posix_spawnattr_setsigmask(&attributes, &none));
         // A group of its own: an interrupt typed at the terminal is the service's to handle.
         step(::posix_spawnattr_setpgroup(&attributes, 0));
-        step(::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK |
-                                                         POSIX_SPAWN_SETPGROUP));
+        step(::posix_spawnattr_setflags(
+            &attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP));
     }
     SpawnPlan(const SpawnPlan&) = delete;
     SpawnPlan& operator=(const SpawnPlan&) = delete;
@@ -118,8 +118,8 @@ private:
 };
 
 int millisecondsUntil(SteadyTime end) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end -
-                                                                   std::chrono::steady_clock::now());
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000));
 }
 
@@ -137,7 +137,8 @@ Reaped reap(pid_t child, int& status, int options) {
 
 // Waits until the child has ended or the time is over, without taking its status.
 void waitForEnd(pid_t child, SteadyTime end) {
-    const File handle(::pidfd_open(child, 0));
+    // By number, since the header of glibc 2.36 cannot be used from C++.
+    const File handle(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
     if (handle.isOpen()) {
         pollfd ended{handle.get(), POLLIN, 0};
         while (::poll(&ended, 1, millisecondsUntil(end)) < 0 && errno == EINTR) continue;
@@ -146,8 +147,8 @@ void waitForEnd(pid_t child, SteadyTime end) {
     // Kernels and containers without pidfd_open.
     while (millisecondsUntil(end) > 0) {
         siginfo_t info{};
-        const int answer = ::waitid(P_PID, static_cast<id_t>(child), &info,
-                                    WEXITED | WNOHANG | WNOWAIT);
+        const int answer =
+            ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT);
         if (answer < 0 ? errno != EINTR : info.si_pid == child) return;
         ::usleep(1000);
     }
