@@ -1,4 +1,5 @@
 #include <atomic>
+#include <barrier>
 #include <thread>
 
 #include "core/audio/ClipDecoding.h"
@@ -302,6 +303,31 @@ TEST_F(VoiceLibraryTest, DamagedFilesLeaveAnEmptyLibrary) {
 }
 
 TEST_F(VoiceLibraryTest, NewestListReachesTheDiskWhoeverSaves) {
+    constexpr int writerCount = 4;
+    std::string text = R"({"voices":[{"id":"0"},{"id":"1"},{"id":"2"},{"id":"3"})";
+    for (int i = 0; i < 300; ++i) text += R"(,{"id":"more)" + std::to_string(i) + "\"}";
+    writeVoicesFile(text + "]}");
+    library.load();
+    for (int round = 0; round < 25; ++round) {
+        std::barrier start(writerCount);
+        std::vector<std::thread> writers;
+        for (int writer = 0; writer < writerCount; ++writer)
+            writers.emplace_back([&, writer] {
+                VoiceInfo own = *library.find(std::to_string(writer));
+                own.note = std::to_string(round);
+                start.arrive_and_wait();
+                library.update(own);
+            });
+        for (std::thread& writer : writers) writer.join();
+        // Every update has returned, so the file must hold all of them.
+        VoiceLibrary onDisk(config, voicesFile(), clips());
+        onDisk.load();
+        for (int writer = 0; writer < writerCount; ++writer)
+            ASSERT_EQ(onDisk.find(std::to_string(writer))->note, std::to_string(round));
+    }
+}
+
+TEST_F(VoiceLibraryTest, ManyThreadsUseOneLibrary) {
     writeVoicesFile(R"({"voices":[{"id":"shared"}]})");
     library.load();
     constexpr int perThread = 12;
