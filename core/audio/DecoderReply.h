@@ -1,0 +1,26 @@
+// What zephon-decode writes to its standard output: this record, then `frames` 32-bit floats.
+//
+// Both programs are built together and run on one machine, so the fields lie as in memory. The
+// service checks each of them: the writer may have been taken over by the clip it decoded.
+#pragma once
+
+#include <cstdint>
+
+namespace zepho {
+
+struct DecoderReply {
+    std::uint32_t form = 0;    // decoderReplyForm
+    std::int32_t status = 0;   // what the decoder entry returned; samples follow only if it is 1
+    std::uint32_t rate = 0;    // samples per second
+    std::uint32_t unused = 0;  // keeps `frames` at the same place on every machine
+    std::uint64_t frames = 0;
+};
+static_assert(sizeof(DecoderReply) == 24);
+
+inline constexpr std::uint32_t decoderReplyForm = 0x315A4452;
+
+// The longest clip that counts as one, and what its samples may take at most.
+inline constexpr std::uint64_t longestClipSeconds = 600;
+inline constexpr std::uint64_t largestClipBytes = std::uint64_t{256} << 20;
+
+}  // namespace zepho

@@ -1,0 +1,95 @@
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "helper/DecoderEntries.h"
+
+// dr_mp3 can be reached only where miniaudio's implementation is. Everything is made private to this
+// file, so that it cannot clash with another copy in the same program, and the compiler drops what
+// is not used here.
+#define MA_API static
+#define MA_NO_DEVICE_IO
+#define MA_NO_ENCODING
+#define MA_NO_ENGINE
+#define MA_NO_FLAC
+#define MA_NO_GENERATION
+#define MA_NO_NODE_GRAPH
+#define MA_NO_RESOURCE_MANAGER
+#define MA_NO_RUNTIME_LINKING
+#define MA_NO_THREADING
+#define MA_NO_WAV
+#define MINIAUDIO_IMPLEMENTATION
+#include <miniaudio.h>
+
+namespace {
+
+struct MemoryReader {
+    const std::uint8_t* data;
+    std::uint64_t size;
+    std::uint64_t position;
+};
+
+std::size_t readMemory(void* reader, void* into, std::size_t length) {
+    auto& from = *static_cast<MemoryReader*>(reader);
+    const auto count = static_cast<std::size_t>(
+        std::min<std::uint64_t>(length, from.size - from.position));
+    if (count > 0) std::memcpy(into, from.data + from.position, count);
+    from.position += count;
+    return count;
+}
+
+ma_bool32 seekMemory(void* reader, int offset, ma_dr_mp3_seek_origin origin) {
+    auto& from = *static_cast<MemoryReader*>(reader);
+    std::int64_t target = offset;
+    if (origin == MA_DR_MP3_SEEK_CUR) target += static_cast<std::int64_t>(from.position);
+    if (origin == MA_DR_MP3_SEEK_END) target += static_cast<std::int64_t>(from.size);
+    if (target < 0 || static_cast<std::uint64_t>(target) > from.size) return MA_FALSE;
+    from.position = static_cast<std::uint64_t>(target);
+    return MA_TRUE;
+}
+
+// Without it the decoder does not learn the stream's length, and cuts no padding off its end.
+ma_bool32 tellMemory(void* reader, ma_int64* position) {
+    *position = static_cast<ma_int64>(static_cast<const MemoryReader*>(reader)->position);
+    return MA_TRUE;
+}
+
+}  // namespace
+
+extern "C" int32_t zepho_mp3_decode(const uint8_t* data, uint64_t size, float** samples,
+                                    uint64_t* frames, uint32_t* rate) {
+    if (data == nullptr || size == 0 || samples == nullptr || frames == nullptr || rate == nullptr)
+        return 0;
+    MemoryReader reader{data, size, 0};
+    ma_dr_mp3_config format{};
+    ma_uint64 count = 0;
+    float* interleaved = ma_dr_mp3_open_and_read_pcm_frames_f32(
+        readMemory, seekMemory, tellMemory, &reader, &format, &count, nullptr);
+    if (interleaved == nullptr || count == 0 || format.channels == 0) {
+        ma_dr_mp3_free(interleaved, nullptr);
+        return 0;
+    }
+    // The library's allocator is malloc, so that its arrays and ours go back the same way.
+    float* mono = interleaved;
+    if (const ma_uint32 channels = format.channels; channels > 1) {
+        mono = static_cast<float*>(std::malloc(count * sizeof(float)));
+        if (mono != nullptr) {
+            for (ma_uint64 i = 0; i < count; ++i) {
+                float sum = 0;
+                for (ma_uint32 c = 0; c < channels; ++c) sum += interleaved[i * channels + c];
+                mono[i] = sum / static_cast<float>(channels);
+            }
+        }
+        ma_dr_mp3_free(interleaved, nullptr);
+        if (mono == nullptr) return 0;
+    }
+    *samples = mono;
+    *frames = count;
+    *rate = format.sampleRate;
+    return 1;
+}
+
+extern "C" void zepho_audio_free(float* samples) {
+    std::free(samples);
+}

@@ -1,0 +1,219 @@
+#include <random>
+
+#include "core/audio/ClipDecoding.h"
+#include "core/audio/SpeedChange.h"
+#include "core/audio/WavReader.h"
+#include "core/store/ReferenceAudio.h"
+#include "tests/audio/WavBytes.h"
+#include "tests/store/VoiceFixture.h"
+
+namespace zepho::test {
+namespace {
+
+class ReferenceAudioTest : public VoiceFixture {
+protected:
+    // A voice of these clips; an empty one stands for a file that is not there.
+    VoiceInfo voiceOf(const std::vector<Bytes>& files) {
+        VoiceInfo voice;
+        voice.display = "Anna";
+        for (const Bytes& file : files) {
+            const std::string name = "clip-" + std::to_string(voice.clips.size());
+            if (file.empty())
+                std::filesystem::remove(clips() + name);
+            else
+                saveFileBytes(clips() + name, file);
+            voice.clips.push_back({name, "text", 0});
+        }
+        AppLog::clear();
+        return voice;
+    }
+
+    // What the engine would get; empty if nothing.
+    Bytes referenceOf(const std::vector<Bytes>& files) {
+        const auto bytes = library.referenceAudio(voiceOf(files));
+        if (!bytes) return {};
+        return {bytes->view().begin(), bytes->view().end()};
+    }
+};
+
+std::vector<std::string> warnings() {
+    return logged(LogLevel::warn);
+}
+
+Bytes firstSeconds(ByteView wav, std::size_t seconds) {
+    PcmBuffer pcm = *parseWav(wav);
+    pcm.data.resize(seconds * static_cast<std::size_t>(pcm.sampleRate));
+    return buildWav(pcm, 1);
+}
+
+TEST_F(ReferenceAudioTest, TextsOfAllClipsAreJoined) {
+    VoiceInfo voice;
+    EXPECT_EQ(VoiceLibrary::referenceText(voice), "");
+    for (const char* text : {" one ", "\n", "", "two  three\t"})
+        voice.clips.push_back({"x", text, 0});
+    EXPECT_EQ(VoiceLibrary::referenceText(voice), "one two  three");
+}
+
+TEST_F(ReferenceAudioTest, SingleClipInTheEnginesFormatGoesOutAsItIs) {
+    EXPECT_FALSE(library.referenceAudio(VoiceInfo()));
+    const Bytes mp3 = mp3Of(wavOf(16000, 6000));
+    ASSERT_FALSE(mp3.empty()) << "lame is missing";
+    for (const Bytes& clip : {wavOf(8000, 30000), wavOf(8000, 6000, 2), mp3,
+                              toBytes("what no reader knows"), toBytes("RIFF but no WAV at all")})
+        EXPECT_EQ(referenceOf({clip}), clip);
+    EXPECT_TRUE(warnings().empty());
+
+    EXPECT_TRUE(referenceOf({{}}).empty());
+    EXPECT_EQ(warnings(), (std::vector<std::string>{"cannot read reference audio (clip-0)"}));
+    VoiceInfo nameless;
+    nameless.clips.emplace_back();
+    EXPECT_FALSE(library.referenceAudio(nameless));
+    EXPECT_EQ(warnings().back(), "cannot read reference audio ()");
+}
+
+TEST_F(ReferenceAudioTest, LongSingleClipIsTrimmedToMono) {
+    for (const int channels : {1, 2}) {
+        const Bytes clip = wavOf(8000, 30001, channels);
+        EXPECT_EQ(referenceOf({clip}), firstSeconds(clip, 30));
+        EXPECT_EQ(warnings(),
+                  (std::vector<std::string>{"reference audio for Anna was 30 s; trimmed to 30 s "
+                                            "before sending it to the engine"}));
+    }
+    const Bytes longMp3 = mp3Of(wavOf(16000, 42000));
+    const auto trimmedMp3 = parseWavWithFormat(referenceOf({longMp3}));
+    ASSERT_TRUE(trimmedMp3);
+    EXPECT_EQ(trimmedMp3->pcm.durationMs(), 30000);
+    EXPECT_EQ(trimmedMp3->format.channels, 1);
+}
+
+TEST_F(ReferenceAudioTest, OggIsRewrittenOrRefusedWithItsReason) {
+    const Bytes ogg = oggOf(wavOf(16000, 10000, 2));
+    const Bytes opus = opusOf(wavOf(48000, 6000));
+    ASSERT_FALSE(ogg.empty() || opus.empty()) << "no encoder";
+    const auto rewritten = parseWavWithFormat(referenceOf({ogg}));
+    ASSERT_TRUE(rewritten);
+    EXPECT_EQ(rewritten->format.sampleRate, 16000);
+    EXPECT_EQ(rewritten->format.channels, 1);
+    EXPECT_EQ(rewritten->pcm.durationMs(), 10000);
+
+    const std::string line =
+        "reference audio for Anna is ogg but cannot be decoded; the engine does not accept ogg, so "
+        "this voice is unusable. ";
+    EXPECT_TRUE(referenceOf({opus}).empty());
+    EXPECT_EQ(logged(LogLevel::error),
+              (std::vector<std::string>{line + *oggResultText(OggResult::opus)}));
+    EXPECT_TRUE(referenceOf({toBytes("OggS, and then nothing")}).empty());
+    EXPECT_EQ(logged(LogLevel::error),
+              (std::vector<std::string>{line + *oggResultText(OggResult::failed)}));
+}
+
+TEST_F(ReferenceAudioTest, ClipsAreMergedUpToTheCap) {
+    const Bytes twenty = wavOf(8000, 20000);
+    const auto two = parseWav(referenceOf({twenty, wavOf(8000, 20000, 2, 5)}));
+    ASSERT_TRUE(two);
+    EXPECT_EQ(two->durationMs(), 30000);
+    const PcmBuffer first = *parseWav(twenty);
+    const PcmBuffer second = *parseWav(wavOf(8000, 20000, 1, 5));
+    EXPECT_TRUE(std::equal(first.data.begin(), first.data.end(), two->data.begin()));
+    EXPECT_TRUE(std::all_of(two->data.begin() + 160000, two->data.begin() + 162400,
+                            [](float sample) { return sample == 0; }));
+    EXPECT_TRUE(std::equal(two->data.begin() + 162400, two->data.end(), second.data.begin()));
+    EXPECT_TRUE(warnings().empty());
+    EXPECT_EQ(
+        logged(LogLevel::info),
+        (std::vector<std::string>{"merged the Anna reference clips into one - 2 clip(s), 30.0 s"}));
+
+    const Bytes fifteen = wavOf(8000, 15000);
+    EXPECT_EQ(parseWav(referenceOf({fifteen, fifteen, fifteen}))->durationMs(), 30000);
+    EXPECT_EQ(warnings(),
+              (std::vector<std::string>{"merged reference audio already reached 30 s (the vendor "
+                                        "caps it at 30 s); skipping the rest"}));
+}
+
+TEST_F(ReferenceAudioTest, BrokenClipsCostOnlyThemselves) {
+    const Bytes good = wavOf(8000, 6000, 2);
+    const Bytes junk = toBytes("junk");
+    EXPECT_EQ(referenceOf({{}, good}), buildWav(*parseWav(good), 1));
+    EXPECT_EQ(
+        warnings(),
+        (std::vector<std::string>{"cannot decode this clip, skipping it in the merge: clip-0"}));
+    EXPECT_EQ(referenceOf({good, junk}), buildWav(*parseWav(good), 1));
+    EXPECT_EQ(logged(LogLevel::info).back(),
+              "merged the Anna reference clips into one - 2 clip(s), 6.0 s");
+    EXPECT_TRUE(referenceOf({junk, {}}).empty());
+    EXPECT_EQ(warnings().size(), 2U);
+    EXPECT_TRUE(logged(LogLevel::info).empty());
+
+    const Bytes ogg = oggOf(wavOf(16000, 6000));
+    const auto mixed = parseWav(referenceOf({mp3Of(wavOf(16000, 6000)), ogg, good}));
+    ASSERT_TRUE(mixed);
+    EXPECT_EQ(mixed->sampleRate, 16000);
+    EXPECT_NEAR(static_cast<double>(mixed->durationMs()), 18600, 150);
+}
+
+// The merge in full lists, with nothing left out.
+Bytes plainMerge(const std::vector<Bytes>& files) {
+    PcmBuffer merged;
+    std::int64_t total = 0;
+    for (const Bytes& file : files) {
+        if (total >= 30000) break;
+        const PcmBuffer clip = *parseWav(file);
+        if (merged.sampleRate == 0) merged.sampleRate = clip.sampleRate;
+        const PcmBuffer converted = resample(clip, merged.sampleRate);
+        if (!merged.data.empty()) {
+            const PcmBuffer gap = PcmBuffer::silence(merged.sampleRate, 300);
+            merged.data.insert(merged.data.end(), gap.data.begin(), gap.data.end());
+            total += 300;
+        }
+        const std::int64_t room = 30000 - total;
+        auto take = static_cast<std::int64_t>(converted.data.size());
+        if (room >= 1) {
+            const auto clipMs = std::llround(static_cast<double>(take) / clip.sampleRate * 1000);
+            if (room < clipMs)
+                take = std::min<std::int64_t>(
+                    take, std::llround(static_cast<double>(merged.sampleRate * room) / 1000));
+        }
+        merged.data.insert(merged.data.end(), converted.data.begin(),
+                           converted.data.begin() + take);
+        total += std::llround(static_cast<double>(take) / merged.sampleRate * 1000);
+    }
+    return merged.isEmpty() ? Bytes() : buildWav(merged, 1);
+}
+
+TEST_F(ReferenceAudioTest, EveryMergeEqualsThePlainOne) {
+    std::mt19937 random(7);
+    const std::array rates{800, 1000, 1103, 1600};
+    // The gap crosses the cap; lengths just about it; then whatever comes.
+    std::vector<std::vector<Bytes>> voices{
+        {wavOf(1000, 29800), wavOf(800, 9000)},
+        {wavOf(1000, 29700), wavOf(1600, 9000)},
+        {wavOf(1000, 29999), wavOf(1000, 40000), wavOf(1000, 5000)},
+        {wavOf(1000, 0), wavOf(800, 31000)},
+        {wavOf(1000, 6000), wavOf(800, 0), wavOf(800, 6000)},
+    };
+    for (int i = 0; i < 40; ++i) {
+        std::vector<Bytes> voice;
+        for (unsigned clip = 0; clip < 2 + random() % 3; ++clip)
+            voice.push_back(wavOf(rates.at(random() % 4), 1000 + random() % 24000, 1, 4));
+        voices.push_back(std::move(voice));
+    }
+    for (const std::vector<Bytes>& voice : voices) {
+        ASSERT_TRUE(std::all_of(voice.begin(), voice.end(),
+                                [](const Bytes& clip) { return parseWav(clip).has_value(); }));
+        EXPECT_EQ(referenceOf(voice), plainMerge(voice));
+    }
+}
+
+TEST_F(ReferenceAudioTest, AbsurdRatesStayWithinTheBound) {
+    const auto claiming = [](std::uint32_t rate, std::size_t samples) {
+        return toBytes(riff(formatChunk(1, 1, rate, 8) + chunk("data", std::string(samples, 'x'))));
+    };
+    // 2000 million samples a second: the gap alone would take gigabytes.
+    const std::size_t mostBytes = 44 + maxMergedSamples * 2;
+    EXPECT_EQ(referenceOf({claiming(2000000000, 1000), wavOf(8000, 6000)}).size(), mostBytes);
+    // One sample a second behind a gap that crosses the cap: let through whole, but not endlessly.
+    EXPECT_EQ(referenceOf({wavOf(44100, 29800), claiming(1, 4000)}).size(), mostBytes);
+}
+
+}  // namespace
+}  // namespace zepho::test

@@ -1,0 +1,102 @@
+// A voice library over a directory of its own, clips to feed it, and a look at what it logged.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "core/audio/PcmBuffer.h"
+#include "core/base/TtsError.h"
+#include "core/config/AppConfig.h"
+#include "core/diag/AppLog.h"
+#include "core/platform/Files.h"
+#include "core/store/VoiceLibrary.h"
+#include "tests/support/TempDir.h"
+
+namespace zepho::test {
+
+// A tone, so that cuts and joints show in the samples.
+inline PcmBuffer tone(int rate, std::int64_t samples, double hertz = 3) {
+    PcmBuffer pcm;
+    pcm.sampleRate = rate;
+    for (std::int64_t i = 0; i < samples; ++i)
+        pcm.data.push_back(0.5F * static_cast<float>(std::sin(hertz * static_cast<double>(i) / 9)));
+    return pcm;
+}
+
+inline Bytes wavOf(int rate, std::int64_t ms, int channels = 1, double hertz = 3) {
+    return buildWav(tone(rate, rate * ms / 1000, hertz), channels);
+}
+
+// The tone of `wavOf` in another format, made by the command line encoder; `in` and `out` stand for
+// the files. Empty if the encoder is not there.
+inline Bytes encodedBy(const std::string& command, ByteView wav) {
+    const TempDir work;
+    saveFileBytes(work.file("in.wav"), wav);
+    const std::string line =
+        "cd '" + work.path() + "' && " + command + " >/dev/null 2>/dev/null </dev/null";
+    if (std::system(line.c_str()) != 0) return {};
+    return loadFileBytes(work.file("out")).value_or(Bytes());
+}
+
+inline Bytes mp3Of(ByteView wav) {
+    return encodedBy("lame --quiet -b 64 in.wav out", wav);
+}
+inline Bytes oggOf(ByteView wav) {
+    return encodedBy("oggenc -Q -o out in.wav", wav);
+}
+inline Bytes opusOf(ByteView wav) {
+    return encodedBy("opusenc --quiet in.wav out", wav);
+}
+
+inline std::vector<std::string> logged(LogLevel level) {
+    std::vector<std::string> lines;
+    for (const LogEntry& entry : AppLog::snapshot())
+        if (entry.level == level && entry.source == "voices") lines.push_back(entry.text);
+    return lines;
+}
+
+class VoiceFixture : public testing::Test {
+protected:
+    VoiceFixture() { AppLog::clear(); }
+
+    [[nodiscard]] std::string voicesFile() const { return dir.file("data/voices.json"); }
+    [[nodiscard]] std::string clips() const { return dir.file("clone/"); }
+
+    void writeVoicesFile(std::string_view text) const {
+        saveFileBytes(voicesFile(), asBytes(text));
+    }
+    [[nodiscard]] std::string readVoicesFile() const {
+        return std::string(asText(loadFileBytes(voicesFile()).value_or(Bytes())));
+    }
+
+    static VoiceCloneSpec specOf(Bytes audio, std::string text, std::string display = "Voice") {
+        VoiceCloneSpec spec;
+        spec.display = std::move(display);
+        spec.clips.push_back({std::move(audio), std::move(text)});
+        return spec;
+    }
+
+    TempDir dir;
+    AppConfig config;
+    VoiceLibrary library{config, voicesFile(), clips()};
+};
+
+// The error that the call throws; fails the test if it throws none.
+template <class Call>
+TtsError errorOf(Call call) {
+    try {
+        call();
+    } catch (const TtsError& error) {
+        return error;
+    }
+    ADD_FAILURE() << "no error";
+    return {TtsErrorCode::none, ""};
+}
+
+}  // namespace zepho::test
