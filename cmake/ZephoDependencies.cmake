@@ -1,6 +1,7 @@
 # Libraries that come installed. Each is linked by the one folder that uses it.
 
 find_package(fmt 9 REQUIRED)
+find_package(hwy 1.0 REQUIRED)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(OpenSSL 3 REQUIRED)
 find_package(PkgConfig REQUIRED)

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "core/audio/SampleKernels.h"
 #include "core/platform/Require.h"
 
 namespace zepho {
@@ -29,15 +30,21 @@ private:
     std::uint8_t* next;
 };
 
-// Rounds half away from zero; the remainder is exact, so no sum is rounded on the way. In a form that
-// vectorises. A NaN comes out as -1 here and is caught by the caller.
-inline std::int16_t toSample16(float sample) {
-    const float scaled = std::min(std::max(-1.0F, sample), 1.0F) * 32767.0F;
-    const auto whole = static_cast<std::int32_t>(scaled);
-    const float rest = scaled - static_cast<float>(whole);
-    const std::int32_t step =
-        static_cast<std::int32_t>(rest >= 0.5F) - static_cast<std::int32_t>(rest <= -0.5F);
-    return static_cast<std::int16_t>(whole + step);
+// The samples one after another, each repeated `lanes` times.
+bool storeSamples(const std::vector<float>& samples, std::size_t lanes, std::uint8_t* out) {
+    if (lanes == 1) return floatsTo16Bit(samples.data(), samples.size(), out);
+    constexpr std::size_t blockSize = 512;
+    std::uint8_t block[2 * blockSize];
+    bool sound = true;
+    for (std::size_t done = 0; done < samples.size(); done += blockSize) {
+        const std::size_t count = std::min(blockSize, samples.size() - done);
+        sound &= floatsTo16Bit(samples.data() + done, count, block);
+        for (std::size_t i = 0; i < count; ++i) {
+            for (std::size_t lane = 0; lane < lanes; ++lane, out += 2)
+                std::memcpy(out, block + 2 * i, 2);
+        }
+    }
+    return sound;
 }
 
 }  // namespace
@@ -82,17 +89,7 @@ Bytes buildWav(const PcmBuffer& pcm, int channels) {
     header.tag("data");
     header.u32(dataBytes);
 
-    // Every machine that this runs on is little-endian, so a sample is stored as it lies in memory.
-    std::uint8_t* out = wav.data() + headerSize;
-    bool sound = true;
-    for (const float sample : pcm.data) {
-        sound &= sample == sample;
-        const std::int16_t value = toSample16(sample);
-        for (std::uint64_t lane = 0; lane < lanes; ++lane) {
-            std::memcpy(out, &value, 2);
-            out += 2;
-        }
-    }
+    const bool sound = storeSamples(pcm.data, lanes, wav.data() + headerSize);
     require(sound, "a sample that is not a number");
     return wav;
 }

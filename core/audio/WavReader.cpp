@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "core/audio/SampleKernels.h"
 #include "core/platform/Files.h"
 
 namespace zepho {
@@ -179,6 +180,11 @@ std::optional<std::vector<float>> decode(ByteView samples, const WavFormat& form
         case 8:
             return decodeAs<Unsigned8>(samples, channels, frames);
         case 16:
+            if (channels == 1) {
+                std::vector<float> mono(frames);
+                floatsFrom16Bit(samples.data(), frames, mono.data());
+                return mono;
+            }
             return decodeAs<Signed16>(samples, channels, frames);
         case 24:
             return decodeAs<Signed24>(samples, channels, frames);

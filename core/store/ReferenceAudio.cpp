@@ -93,8 +93,8 @@ private:
     // The clip's samples once it has the result's rate.
     [[nodiscard]] std::size_t convertedCount(const PcmBuffer& clip) const {
         if (clip.data.empty() || clip.sampleRate == merged.sampleRate) return clip.data.size();
-        const double length = static_cast<double>(clip.data.size()) / stepOf(clip);
-        return static_cast<std::size_t>(std::clamp(std::round(length), 1.0, 1e15));
+        const float length = static_cast<float>(clip.data.size()) / stepOf(clip);
+        return static_cast<std::size_t>(std::clamp(std::round(length), 1.0F, 1e15F));
     }
 
     // How many of them are wanted. Whether the cap cuts a clip is measured by its own rate although

@@ -1,6 +1,8 @@
 #include <atomic>
 #include <thread>
 
+#include "core/audio/ClipDecoding.h"
+#include "core/platform/Unicode.h"
 #include "tests/store/VoiceFixture.h"
 
 namespace zepho::test {

@@ -1,5 +1,6 @@
 #include <array>
 
+#include "core/base/Text.h"
 #include "tests/store/VoiceFixture.h"
 
 namespace zepho::test {
