@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "helper/DecoderEntries.h"
 
@@ -55,13 +56,37 @@ ma_bool32 tellMemory(void* reader, ma_int64* position) {
     return MA_TRUE;
 }
 
+bool hasWordAt(const std::uint8_t* data, std::string_view word) {
+    return std::memcmp(data, word.data(), word.size()) == 0;
+}
+
+std::uint64_t u32At(const std::uint8_t* data) {
+    return data[0] | data[1] << 8 | data[2] << 16 | std::uint64_t{data[3]} << 24;
+}
+
+// The size of the file without the tags at its end (ID3v1, and APE before it). The decoder knows a
+// last frame only where the stream ends or another frame follows; it does look for these tags, but
+// forgets about them as it reads on, and then the last frame would be lost.
+std::uint64_t sizeWithoutTags(const std::uint8_t* data, std::uint64_t size) {
+    constexpr std::uint64_t id3Size = 128;
+    constexpr std::uint64_t apeHead = 32;  // the footer, which the stated size counts in
+    if (size >= id3Size && hasWordAt(data + size - id3Size, "TAG")) size -= id3Size;
+    if (size >= apeHead && hasWordAt(data + size - apeHead, "APETAGEX")) {
+        const std::uint8_t* footer = data + size - apeHead;
+        const bool headed = (footer[23] & 0x80) != 0;
+        const std::uint64_t tag = u32At(footer + 12) + (headed ? apeHead : 0);
+        if (tag >= apeHead && tag <= size) size -= tag;
+    }
+    return size;
+}
+
 }  // namespace
 
 extern "C" int32_t zepho_mp3_decode(const uint8_t* data, uint64_t size, float** samples,
                                     uint64_t* frames, uint32_t* rate) {
     if (data == nullptr || size == 0 || samples == nullptr || frames == nullptr || rate == nullptr)
         return 0;
-    MemoryReader reader{data, size, 0};
+    MemoryReader reader{data, sizeWithoutTags(data, size), 0};
     ma_dr_mp3_config format{};
     ma_uint64 count = 0;
     float* interleaved = ma_dr_mp3_open_and_read_pcm_frames_f32(

@@ -10,8 +10,8 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
-#include <sys/pidfd.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -137,7 +137,8 @@ Reaped reap(pid_t child, int& status, int options) {
 
 // Waits until the child has ended or the time is over, without taking its status.
 void waitForEnd(pid_t child, SteadyTime end) {
-    const File handle(::pidfd_open(child, 0));
+    // By number, since the header of glibc 2.36 cannot be used from C++.
+    const File handle(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
     if (handle.isOpen()) {
         pollfd ended{handle.get(), POLLIN, 0};
         while (::poll(&ended, 1, millisecondsUntil(end)) < 0 && errno == EINTR) continue;

@@ -1,0 +1,158 @@
+// Stands in for zephon-decode and does what its input says, to try what happens around it.
+//
+// The first group answers, or fails to, like a helper; the second locks itself in and then does one
+// thing that the sandbox forbids. Exit code 50 means that the forbidden thing worked, 51 that it was
+// refused with an error.
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "core/audio/DecoderReply.h"
+#include "core/platform/SandboxedProgram.h"
+
+namespace {
+
+constexpr int forbiddenWorked = 50;
+constexpr int forbiddenRefused = 51;
+
+void answer(const std::vector<float>& samples, std::uint64_t frames, std::uint32_t rate,
+            std::uint32_t form = zepho::decoderReplyForm) {
+    zepho::DecoderReply head{form, 1, rate, 0, frames};
+    if (!zepho::writeStandardOutput(&head, sizeof head) ||
+        !zepho::writeStandardOutput(samples.data(), samples.size() * sizeof(float)))
+        zepho::endProgram(1);
+}
+
+std::size_t filesIn(const std::filesystem::path& folder) {
+    return static_cast<std::size_t>(
+        std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+// Open descriptors, signals that are blocked or ignored, words of the environment.
+void answerSurroundings() {
+    float files = 0;
+    for (int i = 0; i < 1024; ++i) files += ::fcntl(i, F_GETFD) >= 0 ? 1 : 0;
+    float signals = 0;
+    sigset_t blocked;
+    ::sigprocmask(SIG_BLOCK, nullptr, &blocked);
+    for (int i = 1; i < 32; ++i) {
+        struct sigaction action {};
+        ::sigaction(i, nullptr, &action);
+        signals += ::sigismember(&blocked, i) == 1 || action.sa_handler == SIG_IGN ? 1 : 0;
+    }
+    float words = 0;
+    for (char** word = environ; *word != nullptr; ++word) ++words;
+    answer({files, signals, words}, 3, 8000);
+}
+
+// Shows itself in `folder`, waits until the test says go, and answers how many were there.
+void answerCrowd(const std::filesystem::path& folder) {
+    const std::filesystem::path mark = folder / "here" / std::to_string(::getpid());
+    std::ofstream(mark).put('x');
+    while (!std::filesystem::exists(folder / "go"))
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    answer({static_cast<float>(filesIn(folder / "here"))}, 1, 8000);
+    std::filesystem::remove(mark);
+}
+
+void behave(const std::string& order) {
+    if (order == "hang") {
+        for (;;) ::pause();
+    } else if (order == "crash") {
+        std::raise(SIGSEGV);
+    } else if (order == "fail") {
+        zepho::endProgram(9);
+    } else if (order == "silent") {
+    } else if (order == "garbage") {
+        (void)zepho::writeStandardOutput("garbage", 7);
+    } else if (order == "other form") {
+        answer({0.5F}, 1, 8000, 1);
+    } else if (order == "too few") {
+        answer({0.5F}, 2, 8000);
+    } else if (order == "too many") {
+        answer({0.5F, 0.5F}, 1, 8000);
+    } else if (order == "countless") {
+        answer({0.5F}, std::uint64_t{1} << 62, 8000);
+    } else if (order == "no rate") {
+        answer({0.5F}, 1, 0);
+    } else if (order == "wide rate") {
+        answer({0.5F}, 1, 0x80000000U);
+    } else if (order == "not finite") {
+        answer({0.5F, std::numeric_limits<float>::quiet_NaN(),
+                -std::numeric_limits<float>::infinity(), 1.5F},
+               4, 8000);
+    } else if (order == "surroundings") {
+        answerSurroundings();
+    } else if (order.starts_with("crowd ")) {
+        answerCrowd(order.substr(6));
+    }
+}
+
+constexpr std::uint64_t mega = 1 << 20;
+
+// The reason is in the exit code; the filter ends the program before there is one.
+bool tryForbidden(const std::string& what) {
+    if (what == "open") return ::open("/etc/passwd", O_RDONLY) >= 0;
+    if (what == "fork") return ::fork() >= 0;
+    if (what == "socket") return ::socket(AF_INET, SOCK_STREAM, 0) >= 0;
+    if (what == "signal the parent") return ::kill(::getppid(), SIGUSR2) == 0;
+    if (what == "write elsewhere") return ::write(STDERR_FILENO, "x", 1) == 1;
+    if (what == "map code")
+        return ::mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) !=
+               MAP_FAILED;
+    if (what == "allocate") {
+        volatile char* bytes = static_cast<char*>(std::malloc(100 * mega));
+        return bytes != nullptr;
+    }
+    if (what == "write much") {
+        static const char bytes[64 * 1024] = {};
+        for (int i = 0; i < 100; ++i)
+            if (!zepho::writeStandardOutput(bytes, sizeof bytes)) return false;
+        return true;
+    }
+    if (what == "spin")
+        for (;;) asm volatile("");
+    // All that a decoder needs.
+    if (what == "nothing") {
+        std::vector<int> numbers(100'000);
+        for (int& number : numbers) number = std::rand();
+        std::qsort(numbers.data(), numbers.size(), sizeof(int), [](const void* a, const void* b) {
+            return *static_cast<const int*>(a) - *static_cast<const int*>(b);
+        });
+        void* large = std::malloc(20 * mega);
+        large = std::realloc(large, 40 * mega);
+        if (large == nullptr) return true;
+        std::free(large);
+        answer({0.25F}, 1, 8000);
+        zepho::endProgram(0);
+    }
+    if (what == "abort") std::abort();
+    return false;
+}
+
+}  // namespace
+
+int main() {
+    const auto input = zepho::mapStandardInput();
+    const std::string order(reinterpret_cast<const char*>(input.data()), input.size());
+    constexpr std::string_view locked = "locked in: ";
+    if (!order.starts_with(locked)) {
+        behave(order);
+        zepho::endProgram(0);
+    }
+    if (!zepho::enterSandbox({.addressSpace = 96 * mega, .output = 4 * mega, .cpuSeconds = 1}))
+        zepho::endProgram(3);
+    zepho::endProgram(tryForbidden(order.substr(locked.size())) ? forbiddenWorked
+                                                                : forbiddenRefused);
+}
