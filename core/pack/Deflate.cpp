@@ -2,17 +2,17 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 
 #include <libdeflate.h>
 
 #include "core/pack/ZipFormat.h"
-#include "core/platform/Require.h"
 
 namespace zepho {
 namespace {
 
 constexpr int defaultLevel = 6;
-constexpr int maxAttempts = 8;
+constexpr std::uint64_t maxGrowth = 128;
 constexpr std::uint64_t minCapacity = 1024;
 
 struct FreeCompressor {
@@ -34,7 +34,7 @@ std::uint32_t crc32(ByteView data) {
 std::optional<Bytes> deflate(ByteView data) {
     if (data.empty()) return Bytes();
     const Compressor codec(libdeflate_alloc_compressor(defaultLevel));
-    require(codec != nullptr, "memory for a compressor");
+    if (!codec) throw std::bad_alloc();
     Bytes packed(data.size() + data.size() / 2 + 64);
     const std::size_t used = libdeflate_deflate_compress(codec.get(), data.data(), data.size(),
                                                          packed.data(), packed.size());
@@ -46,27 +46,30 @@ std::optional<Bytes> deflate(ByteView data) {
 Bytes inflate(ByteView data, std::uint64_t expected, std::uint64_t& budget) {
     if (data.empty()) return {};
     const Decompressor codec(libdeflate_alloc_decompressor());
-    require(codec != nullptr, "memory for a decompressor");
-    std::uint64_t capacity = std::max({4 * std::uint64_t{data.size()}, expected, minCapacity});
-    for (int attempt = 0; attempt < maxAttempts; ++attempt, capacity *= 2) {
-        // The pages of the buffer that the output does not reach are never touched.
+    if (!codec) throw std::bad_alloc();
+    const std::uint64_t likely = std::max({4 * std::uint64_t{data.size()}, expected, minCapacity});
+    const std::uint64_t most = likely * maxGrowth;
+    for (const std::uint64_t capacity : {likely, most}) {
+        // Pages of the buffer that the output does not reach are never touched.
         Bytes content(std::min(capacity, budget));
         std::size_t produced = 0;
         const libdeflate_result result = libdeflate_deflate_decompress(
             codec.get(), data.data(), data.size(), content.data(), content.size(), &produced);
         if (result == LIBDEFLATE_INSUFFICIENT_SPACE) {
             budget -= content.size();
-            if (content.size() < capacity) break;
             continue;
         }
         if (result != LIBDEFLATE_SUCCESS || produced == 0) {
             budget -= content.size();
             throw ZipError::corrupt("inflate failed");
         }
-        if (produced == capacity && produced != expected && attempt + 1 == maxAttempts) break;
         budget -= produced;
-        content.resize(produced);
-        return content;
+        if (capacity == likely) {
+            content.resize(produced);
+            return content;
+        }
+        // Of the second buffer most may be unused: not to be kept as long as the content.
+        if (produced < most) return Bytes(content.data(), content.data() + produced);
     }
     throw ZipError::corrupt("inflate output kept growing");
 }

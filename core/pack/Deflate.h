@@ -17,7 +17,8 @@ namespace zepho {
 // form that fits one and a half times the data.
 [[nodiscard]] std::optional<Bytes> deflate(ByteView data);
 
-// The content of a raw stream. `expected` is what the archive claims; a wrong claim costs time only.
+// The content of a raw stream. `expected` is what the archive claims; a wrong claim costs a second
+// attempt at most.
 // The output stays below 128 times the greatest of four times the data, the claim and 1024, and
 // every attempt at it is taken out of `budget`, which is never overdrawn: one budget handed to many
 // calls bounds their work together. Throws ZipError.
