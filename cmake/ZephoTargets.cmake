@@ -17,10 +17,11 @@ find_package(Threads REQUIRED)
 # Flags of our own code, carried by one interface target.
 add_library(zepho-flags INTERFACE)
 target_include_directories(zepho-flags INTERFACE ${CMAKE_SOURCE_DIR})
-target_compile_options(zepho-flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor
-                                             -Woverloaded-virtual -Werror)
+target_compile_options(zepho-flags INTERFACE -Wall -Wextra -Wpedantic
+                                             $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>
+                                             -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  target_compile_options(zepho-flags INTERFACE -Wno-shadow -Wthread-safety)
+  target_compile_options(zepho-flags INTERFACE -Wthread-safety)
 endif()
 target_link_libraries(zepho-flags INTERFACE Threads::Threads)
 if(ZEPHO_SANITIZE)
