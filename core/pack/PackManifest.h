@@ -1,6 +1,6 @@
 // The manifest of a clone pack, cln.json: which voices a pack carries, and which bindings use them.
 //
-// The file's layout is told in docs/formats.md. Plain values and pure functions; any thread.
+// The file's layout is told in docs/clone-packs.md. Plain values and pure functions; any thread.
 #pragma once
 
 #include <cstddef>

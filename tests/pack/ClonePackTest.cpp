@@ -291,6 +291,8 @@ TEST_F(ClonePackTest, RefusesWhatIsNoPack) {
          broken},
         {withManifest(std::string(1000000, '[')), broken},
         {withManifest(many + "]}"), broken},
+        {withManifest("{\"deep\":" + std::string(1000000, '[') + std::string(1000000, ']') + "}"),
+         wrongFormat},
         {withManifest("{}"), wrongFormat},
         {withManifest(R"({"format":"Zepho-Clone-Pack"})"), wrongFormat},
         {withManifest(R"({"format":["zepho-clone-pack"]})"), wrongFormat},
