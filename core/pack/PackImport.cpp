@@ -70,7 +70,8 @@ public:
 
     void takeVoice(const VoiceInfo& offered) {
         ++summary.voices;
-        const std::vector<VoiceInfo> known = voices.all();
+        // A pack may offer thousands of voices: the library is copied again only when it has grown.
+        if (known.size() != voices.count()) known = voices.all();
         const auto same = std::find_if(known.begin(), known.end(), [&](const VoiceInfo& local) {
             return local.gender == offered.gender && local.language == offered.language &&
                    equalsIgnoringCase(local.display, offered.display);
@@ -135,6 +136,7 @@ private:
     VoiceLibrary& voices;
     // Entries may inflate to more than they claim; all of them together may not.
     std::uint64_t budget = maxPackBytes;
+    std::vector<VoiceInfo> known;                 // the library as last seen
     std::map<std::string, std::string> localIds;  // by the id in the pack
 };
 

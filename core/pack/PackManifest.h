@@ -23,7 +23,7 @@ inline constexpr std::string_view packAudioFolder = "audio/";
 // What a pack may hold. Import refuses more, so that a pack from a stranger costs little; export
 // writes no more, so that every pack of ours can be imported.
 inline constexpr std::uint64_t maxPackBytes = std::uint64_t{512} << 20;
-inline constexpr std::uint64_t maxManifestBytes = std::uint64_t{16} << 20;
+inline constexpr std::uint64_t maxManifestBytes = std::uint64_t{8} << 20;
 inline constexpr std::size_t maxPackItems = 60000;  // voices and clips together
 
 // What a pack says. Of the voices only the fields that travel are meaningful.
