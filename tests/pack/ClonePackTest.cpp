@@ -142,11 +142,22 @@ TEST_F(ClonePackTest, CarriesVoicesAndBindingsToAnotherMachine) {
     EXPECT_EQ(manifest()["airlines"], Json::object());
     EXPECT_EQ(importPack(pack, other.library, other.config).voicesAdded, 1);
     EXPECT_EQ(other.library.findByDisplay("Anna the second")->id, copy->id + "-1");
+    // And so is it in another language, or for another gender.
+    const auto takenAs = [&](const std::string& language, TtsGender gender) {
+        renamed.language = language;
+        renamed.gender = gender;
+        library.update(renamed);
+        exportVoicePack(dir.file("again.cln"), {anna.id}, library);
+        return importPack(dir.file("again.cln"), other.library, other.config).voicesAdded;
+    };
+    EXPECT_EQ(takenAs("zh", TtsGender::female), 0);
+    EXPECT_EQ(takenAs("ja", TtsGender::female), 1);
+    EXPECT_EQ(takenAs("ja", TtsGender::male), 1);
 
     std::vector<std::string> lines;
     for (const LogEntry& entry : AppLog::snapshot())
         if (entry.source == "clonepack") lines.push_back(entry.text);
-    ASSERT_EQ(lines.size(), 5U);
+    ASSERT_EQ(lines.size(), 11U);
     EXPECT_EQ(lines[0], "exported voices.cln: " + written.describe());
     EXPECT_EQ(lines[2], "imported voices.cln: " + again.describe());
     EXPECT_EQ(lines[3], "exported voices-only pack voices.cln: " + voicesOnly.describe());
