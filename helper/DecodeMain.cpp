@@ -35,8 +35,7 @@ bool reply(const char* kind, Input clip) {
         clip.data(), clip.size(), &samples, &head.frames, &head.rate);
     if (head.status == 1 && head.frames > zepho::longestClipSeconds * head.rate) head.status = 0;
     if (!zepho::writeStandardOutput(&head, sizeof head)) return false;
-    return head.status != 1 ||
-           zepho::writeStandardOutput(samples, head.frames * sizeof(float));
+    return head.status != 1 || zepho::writeStandardOutput(samples, head.frames * sizeof(float));
 }
 
 }  // namespace

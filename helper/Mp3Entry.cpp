@@ -33,8 +33,8 @@ struct MemoryReader {
 
 std::size_t readMemory(void* reader, void* into, std::size_t length) {
     auto& from = *static_cast<MemoryReader*>(reader);
-    const auto count = static_cast<std::size_t>(
-        std::min<std::uint64_t>(length, from.size - from.position));
+    const auto count =
+        static_cast<std::size_t>(std::min<std::uint64_t>(length, from.size - from.position));
     if (count > 0) std::memcpy(into, from.data + from.position, count);
     from.position += count;
     return count;
@@ -89,8 +89,8 @@ extern "C" int32_t zepho_mp3_decode(const uint8_t* data, uint64_t size, float** 
     MemoryReader reader{data, sizeWithoutTags(data, size), 0};
     ma_dr_mp3_config format{};
     ma_uint64 count = 0;
-    float* interleaved = ma_dr_mp3_open_and_read_pcm_frames_f32(
-        readMemory, seekMemory, tellMemory, &reader, &format, &count, nullptr);
+    float* interleaved = ma_dr_mp3_open_and_read_pcm_frames_f32(readMemory, seekMemory, tellMemory,
+                                                                &reader, &format, &count, nullptr);
     if (interleaved == nullptr || count == 0 || format.channels == 0) {
         ma_dr_mp3_free(interleaved, nullptr);
         return 0;

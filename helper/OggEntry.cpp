@@ -34,8 +34,8 @@ extern "C" int32_t zepho_ogg_decode(const uint8_t* data, uint64_t size, float** 
     int channels = 0;
     int hertz = 0;
     short* interleaved = nullptr;
-    const int count = stb_vorbis_decode_memory(data, static_cast<int>(size), &channels, &hertz,
-                                               &interleaved);
+    const int count =
+        stb_vorbis_decode_memory(data, static_cast<int>(size), &channels, &hertz, &interleaved);
     float* mono = nullptr;
     if (count >= 1 && interleaved != nullptr && channels >= 1 && hertz > 0)
         mono = static_cast<float*>(std::malloc(static_cast<std::size_t>(count) * sizeof(float)));

@@ -58,9 +58,9 @@ class DecoderHelper::Turn {
 public:
     explicit Turn(DecoderHelper& helper) : owner(helper) {
         std::unique_lock held(owner.lock);
-        granted = owner.ended.wait_until(
-            held, std::chrono::steady_clock::now() + owner.bounds.patience,
-            [this] { return owner.running < owner.bounds.atOnce; });
+        granted =
+            owner.ended.wait_until(held, std::chrono::steady_clock::now() + owner.bounds.patience,
+                                   [this] { return owner.running < owner.bounds.atOnce; });
         if (granted) ++owner.running;
     }
     Turn(const Turn&) = delete;

@@ -1,5 +1,3 @@
-#include "core/platform/SandboxedProgram.h"
-
 #include <cerrno>
 
 #include <signal.h>
@@ -7,6 +5,8 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "core/platform/SandboxedProgram.h"
 
 #if defined(__linux__)
 #include <cstddef>
@@ -156,9 +156,8 @@ std::span<const std::uint8_t> mapStandardInput() {
 bool enterSandbox(const SandboxLimits& limits) {
     // At the softer limit of time comes the signal that tells what it was about.
     return limit(RLIMIT_AS, limits.addressSpace) && limit(RLIMIT_FSIZE, limits.output) &&
-           limit(RLIMIT_CPU, limits.cpuSeconds, limits.cpuSeconds + 1) &&
-           limit(RLIMIT_NOFILE, 0) && limit(RLIMIT_NPROC, 0) && limit(RLIMIT_CORE, 0) &&
-           giveUpPrivileges() && filterCalls();
+           limit(RLIMIT_CPU, limits.cpuSeconds, limits.cpuSeconds + 1) && limit(RLIMIT_NOFILE, 0) &&
+           limit(RLIMIT_NPROC, 0) && limit(RLIMIT_CORE, 0) && giveUpPrivileges() && filterCalls();
 }
 
 bool writeStandardOutput(const void* bytes, std::size_t size) {

@@ -1,5 +1,3 @@
-#include "core/platform/SandboxedRun.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -14,6 +12,8 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "core/platform/SandboxedRun.h"
 
 namespace zepho {
 namespace {
@@ -88,8 +88,8 @@ public:
         step(::posix_spawnattr_setsigmask(&attributes, &none));
         // A group of its own: an interrupt typed at the terminal is the service's to handle.
         step(::posix_spawnattr_setpgroup(&attributes, 0));
-        step(::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK |
-                                                         POSIX_SPAWN_SETPGROUP));
+        step(::posix_spawnattr_setflags(
+            &attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP));
     }
     SpawnPlan(const SpawnPlan&) = delete;
     SpawnPlan& operator=(const SpawnPlan&) = delete;
@@ -118,8 +118,8 @@ private:
 };
 
 int millisecondsUntil(SteadyTime end) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end -
-                                                                   std::chrono::steady_clock::now());
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000));
 }
 
@@ -147,8 +147,8 @@ void waitForEnd(pid_t child, SteadyTime end) {
     // Kernels and containers without pidfd_open.
     while (millisecondsUntil(end) > 0) {
         siginfo_t info{};
-        const int answer = ::waitid(P_PID, static_cast<id_t>(child), &info,
-                                    WEXITED | WNOHANG | WNOWAIT);
+        const int answer =
+            ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT);
         if (answer < 0 ? errno != EINTR : info.si_pid == child) return;
         ::usleep(1000);
     }

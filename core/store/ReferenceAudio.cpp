@@ -71,6 +71,8 @@ std::optional<SharedBytes> singleClip(const VoiceInfo& voice, const std::string&
 // the cap is reached.
 class ClipMerger {
 public:
+    explicit ClipMerger(std::size_t bound) : mostSamples(bound) {}
+
     [[nodiscard]] bool isFull() const { return totalMs >= referenceCapMs; }
     [[nodiscard]] const PcmBuffer& result() const { return merged; }
 
@@ -109,7 +111,7 @@ private:
 
     // Only what is wanted gets converted: the rest of a long clip would cost memory for nothing.
     std::size_t append(const PcmBuffer& clip, std::size_t wanted) {
-        const std::size_t count = std::min(wanted, maxMergedSamples - merged.data.size());
+        const std::size_t count = std::min(wanted, mostSamples - merged.data.size());
         if (clip.sampleRate == merged.sampleRate) {
             const auto end = clip.data.begin() + static_cast<std::ptrdiff_t>(count);
             merged.data.insert(merged.data.end(), clip.data.begin(), end);
@@ -121,15 +123,17 @@ private:
     }
 
     void grow(std::size_t silence) {
-        merged.data.resize(std::min(merged.data.size() + silence, maxMergedSamples), 0.0F);
+        merged.data.resize(std::min(merged.data.size() + silence, mostSamples), 0.0F);
     }
 
+    const std::size_t mostSamples;
     PcmBuffer merged;
     std::int64_t totalMs = 0;
 };
 
-std::optional<SharedBytes> mergedClips(const VoiceInfo& voice, const std::string& directory) {
-    ClipMerger merger;
+std::optional<SharedBytes> mergedClips(const VoiceInfo& voice, const std::string& directory,
+                                       std::size_t mostSamples) {
+    ClipMerger merger(mostSamples);
     for (const VoiceClip& clip : voice.clips) {
         if (merger.isFull()) {
             AppLog::warn("voices", formatText("merged reference audio already reached %d s (the "
@@ -168,11 +172,11 @@ std::string referenceText(const VoiceInfo& voice) {
     return joined;
 }
 
-std::optional<SharedBytes> referenceAudio(const VoiceInfo& voice,
-                                          const std::string& clipsDirectory) {
+std::optional<SharedBytes> referenceAudio(const VoiceInfo& voice, const std::string& clipsDirectory,
+                                          std::size_t mostSamples) {
     if (voice.clips.empty()) return std::nullopt;
     if (voice.clips.size() == 1) return singleClip(voice, clipsDirectory);
-    return mergedClips(voice, clipsDirectory);
+    return mergedClips(voice, clipsDirectory, mostSamples);
 }
 
 }  // namespace zepho

@@ -22,6 +22,7 @@ inline constexpr std::size_t maxMergedSamples = std::size_t{1} << 26;
 // A single clip as it is stored, or trimmed to what the engine takes; several clips merged into one
 // WAV. Nothing where no clip is usable. `clipsDirectory` ends in "/".
 [[nodiscard]] std::optional<SharedBytes> referenceAudio(const VoiceInfo& voice,
-                                                        const std::string& clipsDirectory);
+                                                        const std::string& clipsDirectory,
+                                                        std::size_t mostSamples = maxMergedSamples);
 
 }  // namespace zepho

@@ -1,6 +1,4 @@
 // Decoding of files that real encoders made, through the helper program and by the entries alone.
-#include "core/audio/ClipDecoding.h"
-
 #include <cmath>
 #include <cstring>
 #include <numeric>
@@ -8,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "core/audio/AudioSniffing.h"
+#include "core/audio/ClipDecoding.h"
 #include "core/diag/AppLog.h"
 #include "core/diag/Language.h"
 #include "helper/DecoderEntries.h"
@@ -34,8 +33,7 @@ double relativeError(const PcmBuffer& heard, const PcmBuffer& meant) {
     return difference / energy;
 }
 
-void expectTone(const std::optional<PcmBuffer>& heard, int rate, int channels,
-                std::size_t frames) {
+void expectTone(const std::optional<PcmBuffer>& heard, int rate, int channels, std::size_t frames) {
     ASSERT_TRUE(heard);
     EXPECT_EQ(heard->sampleRate, rate);
     ASSERT_EQ(heard->data.size(), frames);
@@ -67,10 +65,9 @@ TEST(ClipDecodingTest, TagsAroundAnMp3DoNotGetIntoTheSound) {
 
     const auto apeTag = [](bool headed) {
         const std::string items("\3\0\0\0\0\0\0\0Title\0abc", 17);
-        std::string part = "APETAGEX" + std::string("\xD0\x07\0\0", 4) +
-                           std::string("\x31\0\0\0\1\0\0\0", 8) +
-                           std::string(headed ? "\0\0\0\x80" : "\0\0\0\0", 4) +
-                           std::string(8, '\0');
+        std::string part =
+            "APETAGEX" + std::string("\xD0\x07\0\0", 4) + std::string("\x31\0\0\0\1\0\0\0", 8) +
+            std::string(headed ? "\0\0\0\x80" : "\0\0\0\0", 4) + std::string(8, '\0');
         return (headed ? part : "") + items + part;
     };
     for (const bool headed : {false, true}) {
@@ -203,9 +200,10 @@ TEST(ClipDecodingTest, EveryOggResultHasItsSentence) {
               "zepho_audio.dll is not next to the app, so ogg cannot be decoded - the engine does "
               "not accept ogg either; please use WAV or MP3.");
     EXPECT_EQ(oggResultText(OggResult::notVorbis), "this is not an ogg file.");
-    EXPECT_EQ(oggResultText(OggResult::opus),
-              "this is Opus inside .ogg. Opus and Vorbis are different codecs and only Vorbis is "
-              "supported here;convert it to WAV / MP3 / Ogg Vorbis with another tool and try again.");
+    EXPECT_EQ(
+        oggResultText(OggResult::opus),
+        "this is Opus inside .ogg. Opus and Vorbis are different codecs and only Vorbis is "
+        "supported here;convert it to WAV / MP3 / Ogg Vorbis with another tool and try again.");
     EXPECT_EQ(oggResultText(OggResult::failed),
               "cannot decode the ogg (the file may be truncated or corrupt).");
 }

@@ -1,6 +1,4 @@
 // What the service makes of a helper that is missing, fails, lies, hangs or is busy.
-#include "core/audio/DecoderHelper.h"
-
 #include <atomic>
 #include <csignal>
 #include <filesystem>
@@ -9,11 +7,11 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
+#include "core/audio/DecoderHelper.h"
 #include "core/diag/AppLog.h"
 #include "core/platform/PlatformPaths.h"
 #include "core/platform/SandboxedRun.h"
@@ -49,8 +47,9 @@ TEST(DecoderHelperTest, AMissingHelperDecodesNothingAndIsLogged) {
     const DecodedClip clip = helper.decode(DecoderEntry::mp3, asBytes("ID3 and more"));
     EXPECT_EQ(clip.status, 0);
     EXPECT_FALSE(clip.pcm);
-    EXPECT_EQ(lastWarning(), "the decoder of mp3 clips could not be started: No such file or "
-                             "directory (/nowhere/zephon-decode)");
+    EXPECT_EQ(lastWarning(),
+              "the decoder of mp3 clips could not be started: No such file or "
+              "directory (/nowhere/zephon-decode)");
     EXPECT_FALSE(hasChildren());
 }
 

@@ -4,10 +4,9 @@
 #include <fstream>
 #include <string>
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "core/audio/ClipDecoding.h"
 #include "tests/tools/EncodedClips.h"

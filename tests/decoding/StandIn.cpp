@@ -35,8 +35,7 @@ void answer(const std::vector<float>& samples, std::uint64_t frames, std::uint32
 }
 
 std::size_t filesIn(const std::filesystem::path& folder) {
-    return static_cast<std::size_t>(
-        std::distance(std::filesystem::directory_iterator(folder), {}));
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
 // Open descriptors, signals that are blocked or ignored, words of the environment.

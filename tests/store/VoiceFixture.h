@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -31,27 +30,6 @@ inline PcmBuffer tone(int rate, std::int64_t samples, double hertz = 3) {
 
 inline Bytes wavOf(int rate, std::int64_t ms, int channels = 1, double hertz = 3) {
     return buildWav(tone(rate, rate * ms / 1000, hertz), channels);
-}
-
-// The tone of `wavOf` in another format, made by the command line encoder; `in` and `out` stand for
-// the files. Empty if the encoder is not there.
-inline Bytes encodedBy(const std::string& command, ByteView wav) {
-    const TempDir work;
-    saveFileBytes(work.file("in.wav"), wav);
-    const std::string line =
-        "cd '" + work.path() + "' && " + command + " >/dev/null 2>/dev/null </dev/null";
-    if (std::system(line.c_str()) != 0) return {};
-    return loadFileBytes(work.file("out")).value_or(Bytes());
-}
-
-inline Bytes mp3Of(ByteView wav) {
-    return encodedBy("lame --quiet -b 64 in.wav out", wav);
-}
-inline Bytes oggOf(ByteView wav) {
-    return encodedBy("oggenc -Q -o out in.wav", wav);
-}
-inline Bytes opusOf(ByteView wav) {
-    return encodedBy("opusenc --quiet in.wav out", wav);
 }
 
 inline std::vector<std::string> logged(LogLevel level) {

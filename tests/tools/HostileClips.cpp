@@ -317,16 +317,16 @@ std::vector<HostileClip> damagedClips(const std::string& name, ByteView good, in
     std::vector<HostileClip> clips;
     std::mt19937 random(20240501);
     for (int i = 0; i < count; ++i) {
-        const std::size_t size = good.size() * static_cast<std::size_t>(i) /
-                                 static_cast<std::size_t>(count);
+        const std::size_t size =
+            good.size() * static_cast<std::size_t>(i) / static_cast<std::size_t>(count);
         clips.push_back({name + " cut to " + std::to_string(size),
                          Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size))});
     }
     for (int i = 0; i < count; ++i) {
         Bytes bytes(good.begin(), good.end());
         // The headers are at the start, and the most sensitive.
-        const std::size_t stretch = i % 2 == 0 ? std::min<std::size_t>(bytes.size(), 5000)
-                                               : bytes.size();
+        const std::size_t stretch =
+            i % 2 == 0 ? std::min<std::size_t>(bytes.size(), 5000) : bytes.size();
         for (int turned = 0; turned < 1 + i % 8; ++turned)
             bytes[random() % stretch] ^= static_cast<std::uint8_t>(1U << random() % 8);
         clips.push_back({name + " with bits turned over, " + std::to_string(i), std::move(bytes)});
