@@ -96,7 +96,7 @@ void saveCacheIndex(const std::string& path, std::vector<CacheRecordPointer> rec
     std::erase_if(records, [](const CacheRecordPointer& record) { return !isWritable(record); });
     std::sort(records.begin(), records.end(),
               [](const auto& left, const auto& right) { return left->key < right->key; });
-    constexpr std::size_t pieceSize = 256 * 1024;
+    constexpr std::size_t pieceSize = std::size_t{256} * 1024;
     std::size_t written = 0;
     saveFilePieces(path, [&](Bytes& piece) {
         if (records.empty()) {
