@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
     downloader->start(variant, argv[1], false);
     loop.run();
     setMainThreadDispatcher({});
-    std::printf("%s\n", last.describe().c_str());
-    return last.stage == DownloadStage::done ? 0 : 1;
+    if (last.stage == DownloadStage::done) return 0;
+    std::fprintf(stderr, "%s\n", last.describe().c_str());
+    return 1;
 }
