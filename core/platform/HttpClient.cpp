@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 #include <memory>
 
-#include <curl/curl.h>
+#include "core/platform/CurlHandles.h"
 
 namespace zepho {
 namespace {
@@ -27,35 +26,6 @@ std::size_t receive(char* data, std::size_t size, std::size_t count, void* user)
     return bytes;
 }
 
-struct ListFree {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-struct HandleFree {
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-};
-using HeaderList = std::unique_ptr<curl_slist, ListFree>;
-using Handle = std::unique_ptr<CURL, HandleFree>;
-
-void append(HeaderList& list, const char* header) {
-    if (curl_slist* grown = curl_slist_append(list.get(), header)) {
-        (void)list.release();
-        list.reset(grown);
-    }
-}
-
-HeaderList headersOf(const HttpRequest& request) {
-    HeaderList list;
-    for (const std::string& header : request.headers) append(list, header.c_str());
-    // A large body is not held back for a "100 Continue" that simple servers never send.
-    append(list, "Expect:");
-    return list;
-}
-
-long milliseconds(std::chrono::milliseconds time) {
-    // 0 would mean no limit.
-    return std::clamp<long>(time.count(), 1, std::numeric_limits<int>::max());
-}
-
 void describeMethod(CURL* handle, const HttpRequest& request) {
     if (request.method == "GET") return;
     if (request.method == "HEAD") {
@@ -73,14 +43,10 @@ void describeMethod(CURL* handle, const HttpRequest& request) {
 }
 
 void describe(CURL* handle, const HttpRequest& request) {
-    curl_easy_setopt(handle, CURLOPT_URL, request.url.c_str());
-    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, milliseconds(request.timeout));
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, milliseconds(request.connectTimeout));
-    // Time-outs by signal would hit any thread of the program.
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, curlMilliseconds(request.timeout));
+    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, curlMilliseconds(request.connectTimeout));
     if (request.direct) curl_easy_setopt(handle, CURLOPT_NOPROXY, "*");
+    if (request.followRedirects) followRedirects(handle, request.url);
     describeMethod(handle, request);
 }
 
@@ -100,19 +66,19 @@ HttpResponse failed(const char* words) {
 }  // namespace
 
 HttpResponse httpSend(const HttpRequest& request) {
-    static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (ready != CURLE_OK) return failed(curl_easy_strerror(ready));
-    const Handle handle(curl_easy_init());
+    if (const CURLcode ready = curlReady(); ready != CURLE_OK)
+        return failed(curl_easy_strerror(ready));
+    const CurlHandle handle(curl_easy_init());
     if (!handle) return failed(curl_easy_strerror(CURLE_FAILED_INIT));
+    CurlWords words{};
+    describeExchange(handle.get(), request.url, words);
     describe(handle.get(), request);
-    const HeaderList headers = headersOf(request);
+    const CurlHeaders headers = curlHeaders(request.headers);
     curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
     Received received;
     received.limit = request.maxResponseBytes;
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, receive);
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &received);
-    std::array<char, CURL_ERROR_SIZE> words{};
-    curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, words.data());
 
     const CURLcode code = curl_easy_perform(handle.get());
     HttpResponse response;
@@ -123,9 +89,72 @@ HttpResponse httpSend(const HttpRequest& request) {
         response.status = static_cast<int>(status);
         response.body = std::move(received.body);
     } else {
-        response.error = words[0] != '\0' ? words.data() : curl_easy_strerror(code);
+        response.error = curlWords(code, words);
     }
     return response;
+}
+
+bool isHttpAddress(const std::string& text) {
+    const std::unique_ptr<CURLU, void (*)(CURLU*)> address(curl_url(), curl_url_cleanup);
+    return address != nullptr &&
+           curl_url_set(address.get(), CURLUPART_URL, text.c_str(), 0) == CURLUE_OK;
+}
+
+std::string_view httpStatusPhrase(int status) {
+    struct Row {
+        int status;
+        std::string_view phrase;
+    };
+    static constexpr std::array rows{
+        Row{100, "Continue"},
+        Row{101, "Switching Protocols"},
+        Row{200, "OK"},
+        Row{201, "Created"},
+        Row{202, "Accepted"},
+        Row{203, "Non-Authoritative Information"},
+        Row{204, "No Content"},
+        Row{205, "Reset Content"},
+        Row{206, "Partial Content"},
+        Row{300, "Multiple Choices"},
+        Row{301, "Moved Permanently"},
+        Row{302, "Found"},
+        Row{303, "See Other"},
+        Row{304, "Not Modified"},
+        Row{307, "Temporary Redirect"},
+        Row{308, "Permanent Redirect"},
+        Row{400, "Bad Request"},
+        Row{401, "Unauthorized"},
+        Row{402, "Payment Required"},
+        Row{403, "Forbidden"},
+        Row{404, "Not Found"},
+        Row{405, "Method Not Allowed"},
+        Row{406, "Not Acceptable"},
+        Row{407, "Proxy Authentication Required"},
+        Row{408, "Request Timeout"},
+        Row{409, "Conflict"},
+        Row{410, "Gone"},
+        Row{411, "Length Required"},
+        Row{412, "Precondition Failed"},
+        Row{413, "Content Too Large"},
+        Row{414, "URI Too Long"},
+        Row{415, "Unsupported Media Type"},
+        Row{416, "Range Not Satisfiable"},
+        Row{417, "Expectation Failed"},
+        Row{421, "Misdirected Request"},
+        Row{422, "Unprocessable Content"},
+        Row{426, "Upgrade Required"},
+        Row{429, "Too Many Requests"},
+        Row{451, "Unavailable For Legal Reasons"},
+        Row{500, "Internal Server Error"},
+        Row{501, "Not Implemented"},
+        Row{502, "Bad Gateway"},
+        Row{503, "Service Unavailable"},
+        Row{504, "Gateway Timeout"},
+        Row{505, "HTTP Version Not Supported"},
+    };
+    const auto* found = std::find_if(rows.begin(), rows.end(),
+                                     [&](const Row& row) { return row.status == status; });
+    return found == rows.end() ? std::string_view() : found->phrase;
 }
 
 }  // namespace zepho
