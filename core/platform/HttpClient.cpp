@@ -125,7 +125,16 @@ HttpResponse httpSend(const HttpRequest& request) {
     } else {
         response.error = words[0] != '\0' ? words.data() : curl_easy_strerror(code);
     }
+    // The library only knows that we stopped taking bytes.
+    if (received.tooLarge)
+        response.error = "the response has more than " + std::to_string(received.limit) + " bytes";
     return response;
+}
+
+bool isHttpAddress(const std::string& text) {
+    const std::unique_ptr<CURLU, void (*)(CURLU*)> address(curl_url(), curl_url_cleanup);
+    return address != nullptr &&
+           curl_url_set(address.get(), CURLUPART_URL, text.c_str(), 0) == CURLUE_OK;
 }
 
 }  // namespace zepho

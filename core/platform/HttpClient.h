@@ -41,4 +41,7 @@ struct HttpResponse {
 
 [[nodiscard]] HttpResponse httpSend(const HttpRequest& request);
 
+// Whether the text is an address with a scheme and a host.
+[[nodiscard]] bool isHttpAddress(const std::string& text);
+
 }  // namespace zepho
