@@ -42,10 +42,17 @@ std::string escapedFileName(std::string_view name) {
     std::string escaped;
     for (const char c : name) {
         switch (c) {
-            case '"': escaped += "%22"; break;
-            case '\r': escaped += "%0D"; break;
-            case '\n': escaped += "%0A"; break;
-            default: escaped += c;
+            case '"':
+                escaped += "%22";
+                break;
+            case '\r':
+                escaped += "%0D";
+                break;
+            case '\n':
+                escaped += "%0A";
+                break;
+            default:
+                escaped += c;
         }
     }
     return escaped;
@@ -111,12 +118,16 @@ HubUploadResult readDuplicate(ByteView body) {
 }
 
 HubUploadResult readRefused(int status, ByteView body) {
-    AppLog::warn("hub", "upload failed: HTTP " + std::to_string(status) + " " +
-                            graphemePrefix(replaceInvalidUtf8(asText(body)), loggedReplyCharacters));
+    AppLog::warn("hub",
+                 "upload failed: HTTP " + std::to_string(status) + " " +
+                     graphemePrefix(replaceInvalidUtf8(asText(body)), loggedReplyCharacters));
     switch (status) {
-        case 413: return uploadFailed(TF("服务端说包太大(上限 %d MB)。", hubMaxMegabytes));
-        case 429: return uploadFailed(T("传得太勤了,歇一会儿再来(每小时最多 5 份)。"));
-        default: return uploadFailed(TF("上传失败(HTTP %d)", status));
+        case 413:
+            return uploadFailed(TF("服务端说包太大(上限 %d MB)。", hubMaxMegabytes));
+        case 429:
+            return uploadFailed(T("传得太勤了,歇一会儿再来(每小时最多 5 份)。"));
+        default:
+            return uploadFailed(TF("上传失败(HTTP %d)", status));
     }
 }
 
@@ -190,9 +201,12 @@ HubUploadResult hubUpload(const HubUpload& upload, const HubService& service) {
         return uploadFailed(response.error);
     }
     switch (response.status) {
-        case 200: return readAccepted(response.body);
-        case 409: return readDuplicate(response.body);
-        default: return readRefused(response.status, response.body);
+        case 200:
+            return readAccepted(response.body);
+        case 409:
+            return readDuplicate(response.body);
+        default:
+            return readRefused(response.status, response.body);
     }
 }
 

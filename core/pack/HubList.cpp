@@ -46,8 +46,7 @@ std::optional<WallTime> parseWithFraction(std::string_view text) {
     const std::string_view behind = text.substr(secondsEnd + 1);
     const std::size_t digits = std::min(behind.find_first_not_of("0123456789"), behind.size());
     if (digits == 0) return std::nullopt;
-    const std::string whole =
-        std::string(text.substr(0, secondsEnd)).append(behind.substr(digits));
+    const std::string whole = std::string(text.substr(0, secondsEnd)).append(behind.substr(digits));
     const std::optional<WallTime> second = parseIso8601(whole);
     if (!second) return std::nullopt;
 
@@ -91,11 +90,21 @@ std::int64_t descending(std::int64_t number) {
 SortRow rowOf(const HubItem& item, HubSort sort) {
     SortRow row;
     switch (sort) {
-        case HubSort::newest: row.rank = descending(momentOf(item)); break;
-        case HubSort::oldest: row.rank = momentOf(item); break;
-        case HubSort::downloads: row.rank = descending(item.downloads); break;
-        case HubSort::title: row.word = lowercased(item.title); break;
-        case HubSort::uploader: row.word = lowercased(item.userId); break;
+        case HubSort::newest:
+            row.rank = descending(momentOf(item));
+            break;
+        case HubSort::oldest:
+            row.rank = momentOf(item);
+            break;
+        case HubSort::downloads:
+            row.rank = descending(item.downloads);
+            break;
+        case HubSort::title:
+            row.word = lowercased(item.title);
+            break;
+        case HubSort::uploader:
+            row.word = lowercased(item.userId);
+            break;
     }
     row.id = lowercased(item.id);
     row.item = &item;

@@ -4,6 +4,7 @@
 #include <array>
 #include <limits>
 #include <memory>
+#include <string_view>
 
 #include <curl/curl.h>
 
@@ -14,6 +15,7 @@ struct Received {
     Bytes body;
     std::size_t limit = 0;
     bool tooLarge = false;
+    bool headEnded = false;
 };
 
 std::size_t receive(char* data, std::size_t size, std::size_t count, void* user) {
@@ -25,6 +27,17 @@ std::size_t receive(char* data, std::size_t size, std::size_t count, void* user)
     }
     received.body.insert(received.body.end(), data, data + bytes);
     return bytes;
+}
+
+// One line of the head. The library itself takes a stream that ends between two of them for a whole
+// response.
+std::size_t receiveHead(char* data, std::size_t size, std::size_t count, void* user) {
+    const std::string_view line(data, size * count);
+    bool& headEnded = static_cast<Received*>(user)->headEnded;
+    // A "100 Continue" has a head before the response's own; fields behind a body come here too.
+    if (line.starts_with("HTTP/")) headEnded = false;
+    if (line == "\r\n" || line == "\n") headEnded = true;
+    return line.size();
 }
 
 struct ListFree {
@@ -111,10 +124,13 @@ HttpResponse httpSend(const HttpRequest& request) {
     received.limit = request.maxResponseBytes;
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, receive);
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &received);
+    curl_easy_setopt(handle.get(), CURLOPT_HEADERFUNCTION, receiveHead);
+    curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &received);
     std::array<char, CURL_ERROR_SIZE> words{};
     curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, words.data());
 
     const CURLcode code = curl_easy_perform(handle.get());
+    if (code == CURLE_OK && !received.headEnded) return failed("the response ends in its head");
     HttpResponse response;
     response.failure = failureOf(code, received);
     if (code == CURLE_OK) {
