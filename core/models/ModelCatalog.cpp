@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include "core/base/Addresses.h"
 #include "core/config/ZEPHOPaths.h"
 #include "core/diag/Language.h"
-#include "core/models/Addresses.h"
 #include "core/platform/Unicode.h"
 
 namespace zepho {

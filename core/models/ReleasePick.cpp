@@ -7,10 +7,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "core/base/Addresses.h"
 #include "core/base/Constants.h"
 #include "core/base/Json.h"
 #include "core/diag/Language.h"
-#include "core/models/Addresses.h"
 #include "core/platform/Unicode.h"
 
 namespace zepho {

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "core/models/Addresses.h"
+#include "core/base/Addresses.h"
 #include "core/models/ReleasePick.h"
 
 namespace zepho {

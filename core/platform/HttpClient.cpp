@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <string_view>
 
 #include "core/platform/CurlHandles.h"
 
@@ -13,6 +14,7 @@ struct Received {
     Bytes body;
     std::size_t limit = 0;
     bool tooLarge = false;
+    bool headEnded = false;
 };
 
 std::size_t receive(char* data, std::size_t size, std::size_t count, void* user) {
@@ -22,8 +24,19 @@ std::size_t receive(char* data, std::size_t size, std::size_t count, void* user)
         received.tooLarge = true;
         return CURL_WRITEFUNC_ERROR;
     }
-    received.body.insert(received.body.end(), data, data + bytes);
+    appendText(received.body, {data, bytes});
     return bytes;
+}
+
+// One line of the head. The library itself takes a stream that ends between two of them for a whole
+// response.
+std::size_t receiveHead(char* data, std::size_t size, std::size_t count, void* user) {
+    const std::string_view line(data, size * count);
+    bool& headEnded = static_cast<Received*>(user)->headEnded;
+    // A "100 Continue" has a head before the response's own; fields behind a body come here too.
+    if (line.starts_with("HTTP/")) headEnded = false;
+    if (line == "\r\n" || line == "\n") headEnded = true;
+    return line.size();
 }
 
 void describeMethod(CURL* handle, const HttpRequest& request) {
@@ -79,8 +92,11 @@ HttpResponse httpSend(const HttpRequest& request) {
     received.limit = request.maxResponseBytes;
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, receive);
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &received);
+    curl_easy_setopt(handle.get(), CURLOPT_HEADERFUNCTION, receiveHead);
+    curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &received);
 
     const CURLcode code = curl_easy_perform(handle.get());
+    if (code == CURLE_OK && !received.headEnded) return failed("the response ends in its head");
     HttpResponse response;
     response.failure = failureOf(code, received);
     if (code == CURLE_OK) {
@@ -91,6 +107,9 @@ HttpResponse httpSend(const HttpRequest& request) {
     } else {
         response.error = curlWords(code, words);
     }
+    // The library only knows that we stopped taking bytes.
+    if (received.tooLarge)
+        response.error = "the response has more than " + std::to_string(received.limit) + " bytes";
     return response;
 }
 

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "core/base/Addresses.h"
 #include "core/config/ZEPHOPaths.h"
 #include "core/diag/Language.h"
-#include "core/models/Addresses.h"
 #include "core/models/DownloadProgress.h"
 #include "core/models/DownloadVerdict.h"
 #include "core/models/ModelCatalog.h"
