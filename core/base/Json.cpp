@@ -142,6 +142,8 @@ std::optional<Json> parseJsonObject(ByteView bytes) {
 }
 
 std::optional<Json> parseJsonObject(std::string_view text) {
+    // The library takes a NUL byte for the end of the text and would let pass what follows.
+    if (text.find('\0') != std::string_view::npos) return std::nullopt;
     Json value = Json::parse(text, nullptr, false);
     if (!value.is_object()) return std::nullopt;
     return value;

@@ -1,5 +1,6 @@
 #include "core/http/TtsHttpService.h"
 
+#include <chrono>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -89,16 +90,8 @@ HttpResponse TtsHttpService::route(const HttpRequest& request) {
 bool TtsHttpService::rateLimited(const std::string& peer) {
     const std::int64_t limit = service->config->rateLimitPerMinute;
     if (limit < 1) return false;
-    const auto now = std::chrono::steady_clock::now();
     const std::lock_guard guard(lock);
-    const auto known = hits.find(peer);
-    if (known == hits.end() || now - known->second.start >= std::chrono::seconds(60)) {
-        hits[peer] = {now, 1};
-        return false;
-    }
-    if (known->second.count >= limit) return true;
-    ++known->second.count;
-    return false;
+    return hits.refuses(peer, limit, std::chrono::steady_clock::now());
 }
 
 }  // namespace zepho

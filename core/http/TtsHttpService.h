@@ -5,15 +5,14 @@
 // counters and is never held while a handler or a stop runs.
 #pragma once
 
-#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "core/http/HttpMessage.h"
 #include "core/http/HttpServer.h"
+#include "core/http/RateLimit.h"
 #include "core/service/TtsService.h"
 
 namespace zepho {
@@ -38,12 +37,6 @@ public:
     HttpResponse dispatch(const HttpRequest& request);
 
 private:
-    // A fixed window per peer.
-    struct Window {
-        std::chrono::steady_clock::time_point start;
-        std::int64_t count = 0;
-    };
-
     explicit TtsHttpService(std::shared_ptr<TtsService> owned) : service(std::move(owned)) {}
 
     HttpResponse route(const HttpRequest& request);
@@ -64,7 +57,7 @@ private:
     // Guarded by lock.
     mutable std::mutex lock;
     std::shared_ptr<HttpServer> server;
-    std::unordered_map<std::string, Window> hits;
+    RateLimit hits;
 };
 
 }  // namespace zepho

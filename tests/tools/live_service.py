@@ -1,0 +1,101 @@
+"""A zephond of a test's own: a data root in a temporary directory, a free port of 127.0.0.1."""
+
+import http.client
+import json
+import os
+import pathlib
+import select
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Service:
+    """`settings` are sections of config.json that are added to the address."""
+
+    def __init__(self, program, settings=None):
+        self.program = str(pathlib.Path(program).resolve())
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix="zephon-live-"))
+        self.settings = settings or {}
+        self.process = None
+        self.port = 0
+        (self.root / "data").mkdir()
+        self.log = self.root / "stderr.log"
+
+    def start(self, patience=60):
+        """Returns when the listener is up. Another process may take the port first: then again."""
+        for _ in range(20):
+            self.port = free_port()
+            self._write_config()
+            environment = {**os.environ, "ZEPHO_HOME": str(self.root)}
+            with open(self.log, "ab") as log:
+                self.process = subprocess.Popen(
+                    [self.program], env=environment, stdout=subprocess.PIPE, stderr=log, text=True)
+            ready, _, _ = select.select([self.process.stdout], [], [], patience)
+            if ready and self.process.stdout.readline().startswith("http://127.0.0.1:"):
+                return self
+            self.kill()
+        raise RuntimeError("zephond does not start: " + self.log.read_text(errors="replace")[-2000:])
+
+    def _write_config(self):
+        """Changes the port only, as bindings live in the same file."""
+        path = self.root / "data" / "config.json"
+        config = json.loads(path.read_text()) if path.exists() else dict(self.settings)
+        config.setdefault("server", {}).update(port=self.port, bind="127.0.0.1", uiLanguage="en")
+        path.write_text(json.dumps(config))
+
+    def kill(self):
+        """SIGKILL, as a crash."""
+        self._end(signal.SIGKILL)
+
+    def stop(self):
+        """An orderly end; the exit code."""
+        return self._end(signal.SIGTERM)
+
+    def _end(self, how):
+        if self.process is None:
+            return None
+        if self.process.poll() is None:
+            self.process.send_signal(how)
+        try:
+            code = self.process.wait(60)
+        finally:
+            if self.process.poll() is None:
+                self.process.kill()
+                self.process.wait()
+            self.process.stdout.close()
+        self.process = None
+        return code
+
+    def remove(self):
+        self.kill()
+        shutil.rmtree(self.root, ignore_errors=True)
+
+    def ask(self, method, target, body=None, timeout=60):
+        """(status, headers, body); raises OSError or HTTPException when the service is gone."""
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
+        try:
+            if body is not None and not isinstance(body, bytes):
+                body = json.dumps(body).encode()
+            connection.request(method, target, body)
+            answer = connection.getresponse()
+            return answer.status, dict(answer.getheaders()), answer.read()
+        finally:
+            connection.close()
+
+    def wait_until(self, holds, patience=30):
+        end = time.monotonic() + patience
+        while time.monotonic() < end:
+            if holds():
+                return True
+            time.sleep(0.02)
+        return False
