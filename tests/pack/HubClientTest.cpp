@@ -19,7 +19,6 @@ namespace zepho {
 namespace {
 
 using std::chrono::milliseconds;
-using test::HubAnswer;
 using test::HubRequestSeen;
 using test::RudeServer;
 using Ending = test::RudeServer::Ending;
