@@ -17,7 +17,7 @@ namespace {
 using std::chrono::milliseconds;
 
 // Far above the longest line; a process that sends more is not answering.
-constexpr std::size_t maxWavBytes = 512UL << 20;
+constexpr std::size_t maxWavBytes = 256UL << 20;
 // Keeps the sum of a clock and a setting in range.
 constexpr std::int64_t longestMs = 366LL * 24 * 3600 * 1000;
 

@@ -161,6 +161,7 @@ std::optional<std::string> hubDownload(const HubItem& item, const std::string& t
                                        const HubService& service) {
     if (!isHttpAddress(item.url)) return T("这一条没有下载地址");
     HttpRequest request = requestTo(item.url, service.downloadTime);
+    request.followRedirects = true;  // packs may lie on another host than the list
     request.maxResponseBytes = maxDownloadBytes;
     const HttpResponse response = httpSend(request);
     if (response.failure != HttpFailure::none) return response.error;
