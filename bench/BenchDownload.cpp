@@ -99,6 +99,7 @@ struct Run {
 
 Run measure(std::vector<std::string> words, std::int64_t bytes, const std::string& made) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
     const auto start = std::chrono::steady_clock::now();

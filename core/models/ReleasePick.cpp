@@ -81,7 +81,7 @@ std::string downloadOf(const Json& assets) {
     return {};
 }
 
-std::optional<std::string> versionOf(std::string tag) {
+std::optional<std::string> versionOf(const std::string& tag) {
     for (const std::string_view prefix : {UpdateSource::macTagPrefix, UpdateSource::tagPrefix})
         if (tag.starts_with(prefix)) return tag.substr(prefix.size());
     return std::nullopt;

@@ -54,7 +54,7 @@ UpdateInfo checkForUpdate(const UpdateAddresses& addresses) {
     UpdateInfo result;
     result.current = ZEPHO::version;
     if (const Fetched api = fetch(addresses.api); api.ok) {
-        const UpdateInfo info = pickLatestFromJson(api.text);
+        UpdateInfo info = pickLatestFromJson(api.text);
         if (info.ok) {
             logResult("API", info);
             return info;
@@ -64,7 +64,7 @@ UpdateInfo checkForUpdate(const UpdateAddresses& addresses) {
         result.error = api.text;
     }
     if (const Fetched feed = fetch(addresses.feed); feed.ok) {
-        const UpdateInfo info = pickLatestFromAtom(feed.text);
+        UpdateInfo info = pickLatestFromAtom(feed.text);
         if (info.ok) {
             logResult("atom", info);
             return info;

@@ -124,15 +124,23 @@ TEST_F(FailedDownload, givesUpOnASilentHost) {
     }
     EXPECT_EQ(contentOf("m.gguf.part"), "abc");
 
-    // A head that never ends, although it is never silent for long.
-    use({milliseconds(60'000), milliseconds(150), milliseconds(60'000), milliseconds(1), {}});
-    RawHost endless([](RawPeer& peer) {
-        peer.send("HTTP/1.1 200 OK\r\n");
-        for (int i = 0; peer.send("X-" + std::to_string(i) + ": 1\r\n"); ++i)
-            std::this_thread::sleep_for(milliseconds(10));
-    });
-    fail(variantOf(4000), endless.address());
-    EXPECT_EQ(error(), "Timeout was reached");
+    // Never silent for long, but the head does not end, or the body.
+    for (const char* start : {"HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\n\r\n"}) {
+        const milliseconds ample(60'000);
+        const bool inHead = std::string(start).size() == 17;
+        use({ample,
+             inHead ? milliseconds(150) : ample,
+             inHead ? ample : milliseconds(150),
+             milliseconds(1),
+             {}});
+        RawHost endless([&](RawPeer& peer) {
+            peer.send(start);
+            for (int i = 0; peer.send("X-" + std::to_string(i) + ": 1\r\n"); ++i)
+                std::this_thread::sleep_for(milliseconds(10));
+        });
+        fail(variantOf(4000), endless.address());
+        EXPECT_EQ(error(), "Timeout was reached");
+    }
 }
 
 TEST_F(FailedDownload, trustsNoCertificateThatDoesNotVerify) {
@@ -166,7 +174,7 @@ TEST_F(FailedDownload, checksTheSizeOfWhatHasCome) {
 
     // No length, and not the size that was to be expected: the page of some gateway.
     std::filesystem::remove(inModels("m.gguf.part"));
-    const std::string page(3 * 1024, 'h');
+    const std::string page(3072, 'h');
     RawHost gateway(saying("HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n\r\n" + page));
     fail(variantOf(12582912), gateway.address());
     EXPECT_EQ(error(), "大小对不上(3 KB,估计应为 12.0 MB),多半是被网关塞了个错误页,已删除");

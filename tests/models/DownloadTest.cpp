@@ -183,6 +183,36 @@ TEST_F(Download, endsQuietlyWithItsObject) {
     EXPECT_EQ(fileSizeOf(inModels("m.gguf.part")), 100);
 }
 
+TEST(HttpSession, mayEndWithinAnEvent) {
+    ::setenv("no_proxy", "*", 1);
+    RawHost host([](RawPeer& peer) {
+        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\nabc");
+        peer.waitUntilGone();
+    });
+    Gate ended;
+    std::vector<HttpOutcome> outcomes;
+    auto session = std::make_unique<HttpSession>();
+    const auto countEnd = [&](const HttpOutcome& outcome) {
+        outcomes.push_back(outcome);
+        if (outcomes.size() == 2) ended.open();
+    };
+    // The second one has only been handed over when the session ends.
+    const auto waiting = HttpSession::transfer(
+        host.address(), {}, {[](const HttpHead&) { return true; }, {}, countEnd});
+    const auto ending =
+        HttpSession::transfer(host.address(), {},
+                              {[](const HttpHead& head) { return head.length == 4000; },
+                               [&](ByteView) {
+                                   session->start(waiting);
+                                   session.reset();
+                                   return true;
+                               },
+                               countEnd});
+    session->start(ending);
+    ended.wait();
+    for (const HttpOutcome& outcome : outcomes) EXPECT_EQ(outcome.failure, HttpFailure::cancelled);
+}
+
 // A program that downloads is killed in the middle, and started again.
 TEST_F(Download, survivesAKilledProgram) {
     const std::string body = bodyOf(24'000'000);

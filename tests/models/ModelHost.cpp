@@ -11,10 +11,9 @@
 namespace zepho::test {
 
 void Gate::open() {
-    {
-        const std::lock_guard guard(lock);
-        isOpen = true;
-    }
+    const std::lock_guard guard(lock);
+    isOpen = true;
+    // Within the lock: who waits may end the gate at once.
     changed.notify_all();
 }
 

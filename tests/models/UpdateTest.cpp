@@ -35,6 +35,12 @@ std::string linkTo(const std::string& tag) {
     return "<link href=\"https://g/x/releases/tag/" + tag + "\"/>\n";
 }
 
+std::string fiftyMegabytesOf(char letter) {
+    std::string text;
+    text.resize(50'000'000, letter);
+    return text;
+}
+
 TEST(CompareVersions, goesPieceByPiece) {
     struct Row {
         const char* a;
@@ -194,7 +200,7 @@ TEST_F(CheckForUpdate, asksTheListAndFallsBackToTheFeed) {
     EXPECT_EQ(seen.find("X-GitHub-Api-Version")->second, "2022-11-28");
 
     for (const Answer& api : {Answer{403, ""}, Answer{200, "[]"}, Answer{200, "<html>"},
-                              Answer{200, std::string(50'000'000, ' ')}}) {
+                              Answer{200, fiftyMegabytesOf(' ')}}) {
         const UpdateInfo info = check(api, feed);
         EXPECT_TRUE(info.ok);
         EXPECT_EQ(info.latest, "0.2");
@@ -211,8 +217,7 @@ TEST_F(CheckForUpdate, tellsWhyTheListFailedWhenBothDo) {
     EXPECT_EQ(check({200, "[]"}, noFeed).error, noneFound);
     EXPECT_EQ(check({200, ""}, noFeed).error, "Could not read GitHub’s response");
     EXPECT_EQ(check({200, "\xff["}, {200, "<feed/>"}).error, "Could not read GitHub’s response");
-    const UpdateInfo large =
-        check({200, std::string(50'000'000, '[')}, {200, std::string(50'000'000, '<')});
+    const UpdateInfo large = check({200, fiftyMegabytesOf('[')}, {200, fiftyMegabytesOf('<')});
     EXPECT_FALSE(large.ok);
     EXPECT_NE(large.error, "");
     EXPECT_EQ(large.current, "0.3.26220");

@@ -9,8 +9,9 @@
 int main(int argc, char** argv) {
     using namespace zepho;
     if (argc != 4) return 2;
-    RunLoop loop;
-    setMainThreadDispatcher([&](std::function<void()> run) { loop.post(std::move(run)); });
+    // Lives on: the thread of the download may be about to leave post() when the last report is here.
+    static auto* const loop = new RunLoop;
+    setMainThreadDispatcher([](std::function<void()> run) { loop->post(std::move(run)); });
     ModelVariant variant;
     variant.fileName = argv[2];
     variant.sizeBytes = std::atoll(argv[3]);
@@ -19,10 +20,10 @@ int main(int argc, char** argv) {
     downloader->setOnProgress([&](const DownloadProgress& progress) {
         last = progress;
         if (progress.stage == DownloadStage::done || progress.stage == DownloadStage::failed)
-            loop.stop();
+            loop->stop();
     });
     downloader->start(variant, argv[1], false);
-    loop.run();
+    loop->run();
     setMainThreadDispatcher({});
     if (last.stage == DownloadStage::done) return 0;
     std::fprintf(stderr, "%s\n", last.describe().c_str());
