@@ -7,6 +7,7 @@ find_package(nlohmann_json 3.11 REQUIRED)
 find_package(OpenSSL 3 REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc)
+pkg_check_modules(libdeflate REQUIRED IMPORTED_TARGET libdeflate)
 
 # Asio without Boost is headers only and ships no CMake file.
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)

@@ -132,7 +132,7 @@ struct Signed24 {
     static constexpr std::size_t size = 3;
     static float at(const std::uint8_t* place) {
         const std::int32_t low = place[0] | place[1] << 8;
-        const std::int32_t high = static_cast<std::int8_t>(place[2]);
+        const std::int32_t high = (place[2] ^ 0x80) - 0x80;  // with its sign
         return static_cast<float>(high * 65536 + low) * (1.0F / 8388608);
     }
 };

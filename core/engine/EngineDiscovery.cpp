@@ -101,7 +101,7 @@ GpuInfo gpuInfo() {
         const std::lock_guard guard(gpuAnswer().lock);
         if (gpuAnswer().known) return *gpuAnswer().known;
     }
-    const GpuInfo info = queryGpu();
+    GpuInfo info = queryGpu();
     {
         const std::lock_guard guard(gpuAnswer().lock);
         gpuAnswer().known = info;

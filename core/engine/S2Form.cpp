@@ -16,10 +16,6 @@
 namespace zepho {
 namespace {
 
-void append(Bytes& body, std::string_view text) {
-    body.insert(body.end(), text.begin(), text.end());
-}
-
 // A float written as it was typed: 0.7 and not 0.699999988079071.
 double rounded(float value) {
     return std::round(static_cast<double>(value) * 10000.0) / 10000.0;
@@ -33,25 +29,25 @@ std::string_view referenceFileName(ByteView audio) {
 }  // namespace
 
 void MultipartForm::addField(std::string_view name, std::string_view value) {
-    append(body, "--" + boundary + "\r\nContent-Disposition: form-data; name=\"");
-    append(body, name);
-    append(body, "\"\r\nContent-Type: text/plain; charset=utf-8\r\n\r\n");
-    append(body, value);
-    append(body, "\r\n");
+    appendText(body, "--" + boundary + "\r\nContent-Disposition: form-data; name=\"");
+    appendText(body, name);
+    appendText(body, "\"\r\nContent-Type: text/plain; charset=utf-8\r\n\r\n");
+    appendText(body, value);
+    appendText(body, "\r\n");
 }
 
 void MultipartForm::addFile(std::string_view name, std::string_view fileName, ByteView bytes) {
-    append(body, "--" + boundary + "\r\nContent-Disposition: form-data; name=\"");
-    append(body, name);
-    append(body, "\"; filename=\"");
-    append(body, fileName);
-    append(body, "\"\r\nContent-Type: application/octet-stream\r\n\r\n");
-    body.insert(body.end(), bytes.begin(), bytes.end());
-    append(body, "\r\n");
+    appendText(body, "--" + boundary + "\r\nContent-Disposition: form-data; name=\"");
+    appendText(body, name);
+    appendText(body, "\"; filename=\"");
+    appendText(body, fileName);
+    appendText(body, "\"\r\nContent-Type: application/octet-stream\r\n\r\n");
+    appendBytes(body, bytes);
+    appendText(body, "\r\n");
 }
 
 void MultipartForm::finish() {
-    append(body, "--" + boundary + "--\r\n");
+    appendText(body, "--" + boundary + "--\r\n");
 }
 
 std::string makeBoundary() {

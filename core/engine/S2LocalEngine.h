@@ -77,7 +77,7 @@ private:
     // Only within a turn.
     void stopInternal(S2EngineState end, const std::string& sentence);
     bool spawnChild();
-    bool startWatchdog(Run mine);
+    void startWatchdog(Run mine);
 
     // The watchdog's; false when its thread is to end.
     void watchLoop(Run mine);

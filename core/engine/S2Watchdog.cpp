@@ -23,7 +23,7 @@ bool answers(int port, const S2Tuning& tuning) {
 
 }  // namespace
 
-bool S2LocalEngine::startWatchdog(Run mine) {
+void S2LocalEngine::startWatchdog(Run mine) {
     std::thread made;
     try {
         made = startThread("ZEPHO engine watchdog", [this, mine] { watchLoop(mine); });
@@ -32,11 +32,10 @@ bool S2LocalEngine::startWatchdog(Run mine) {
         const std::string words = describeError(error);
         AppLog::error("s2", "cannot start the inference process: " + words);
         stopInternal(S2EngineState::failed, TF("推理进程起不来:%@(%@)", enginePath(), words));
-        return false;
+        return;
     }
     const std::lock_guard guard(lock);
     watchThread = std::move(made);
-    return true;
 }
 
 void S2LocalEngine::watchLoop(Run mine) {

@@ -120,10 +120,7 @@ std::string HttpResponse::serializeHead() const {
 
 Bytes HttpResponse::serialize() const {
     Bytes bytes = toBytes(serializeHead());
-    if (hasBody()) {
-        const ByteView content = body;
-        bytes.insert(bytes.end(), content.begin(), content.end());
-    }
+    if (hasBody()) appendBytes(bytes, body);
     return bytes;
 }
 

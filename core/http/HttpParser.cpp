@@ -15,7 +15,7 @@ constexpr std::string_view lineEnd = "\r\n";
 constexpr std::string_view headEnd = "\r\n\r\n";
 // Far above what any client sends as headers; without it a stream without a blank line would be
 // collected for ever.
-constexpr std::size_t maxHead = 8 * 1024 * 1024;
+constexpr std::size_t maxHead = std::size_t{8} * 1024 * 1024;
 constexpr std::int64_t maxBody = std::int64_t{1} << 40;
 
 using Outlook = ParseProgress::Outlook;

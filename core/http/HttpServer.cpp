@@ -4,7 +4,6 @@
 #include <charconv>
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <utility>
 
 #include "core/diag/AppLog.h"
@@ -113,6 +112,12 @@ void HttpServer::Session::serve(const HttpHandler& toCall, ByteView unread, bool
     while (auto parsed = parseRequest(unread.subspan(used), peer, progress)) {
         used += parsed->consumed;
         progress = {};
+        if (used == unread.size() && !buffer.empty()) {
+            // A large request is not held twice while its handler runs.
+            Bytes().swap(buffer);
+            unread = {};
+            used = 0;
+        }
         if (!respond(parsed->request, answer(toCall, parsed->request))) return;
         if (used < unread.size() && connection.isSending()) {
             // Pipelined requests wait here, or a client that does not read could pile up answers.
@@ -151,9 +156,7 @@ void HttpServer::Session::append(ByteView bytes) {
         const std::size_t doubled = std::max(size, 2 * buffer.size());
         buffer.reserve(progress.needed >= size ? std::min(progress.needed, doubled) : doubled);
     }
-    const std::size_t before = buffer.size();
-    buffer.resize(size);
-    if (!bytes.empty()) std::memcpy(buffer.data() + before, bytes.data(), bytes.size());
+    appendBytes(buffer, bytes);
 }
 
 void HttpServer::Session::keep(ByteView unread, std::size_t used) {

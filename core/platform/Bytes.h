@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <span>
 #include <string_view>
@@ -42,8 +43,22 @@ inline ByteView asBytes(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
+// As a block: the vector's own insert() goes byte by byte with an allocator that is not the standard's.
+inline void appendBytes(Bytes& target, ByteView more) {
+    if (more.empty()) return;
+    const std::size_t size = target.size();
+    target.resize(size + more.size());
+    std::memcpy(target.data() + size, more.data(), more.size());
+}
+
+inline void appendText(Bytes& target, std::string_view text) {
+    appendBytes(target, asBytes(text));
+}
+
 inline Bytes toBytes(std::string_view text) {
-    return Bytes(text.begin(), text.end());
+    Bytes bytes;
+    appendBytes(bytes, asBytes(text));
+    return bytes;
 }
 
 class SharedBytes {

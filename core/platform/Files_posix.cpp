@@ -2,11 +2,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/platform/AppendFile.h"
 #include "core/platform/Files.h"
 
 namespace zepho {
@@ -206,6 +208,39 @@ std::string parentDirectory(const std::string& path) {
 std::string lastPathComponent(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+AppendFile::AppendFile(int number, std::string path) : fd(number), name(std::move(path)) {}
+
+std::optional<AppendFile> AppendFile::open(const std::string& path, int flags) {
+    const int fd = openRetrying(path.c_str(), O_WRONLY | O_APPEND | flags, 0644);
+    if (fd < 0) return std::nullopt;
+    return AppendFile(fd, path);
+}
+
+std::optional<AppendFile> AppendFile::createEmpty(const std::string& path) {
+    return open(path, O_CREAT | O_TRUNC);
+}
+
+std::optional<AppendFile> AppendFile::openAtEnd(const std::string& path) {
+    return open(path, 0);
+}
+
+AppendFile::AppendFile(AppendFile&& other) noexcept
+    : fd(std::exchange(other.fd, -1)), name(std::move(other.name)) {}
+
+AppendFile& AppendFile::operator=(AppendFile&& other) noexcept {
+    std::swap(fd, other.fd);
+    std::swap(name, other.name);
+    return *this;
+}
+
+AppendFile::~AppendFile() {
+    if (fd >= 0) ::close(fd);
+}
+
+void AppendFile::write(ByteView bytes) {
+    writeAll(fd, bytes, name);
 }
 
 }  // namespace zepho

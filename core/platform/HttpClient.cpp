@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 #include <memory>
+#include <string_view>
 
-#include <curl/curl.h>
+#include "core/platform/CurlHandles.h"
 
 namespace zepho {
 namespace {
@@ -14,6 +14,7 @@ struct Received {
     Bytes body;
     std::size_t limit = 0;
     bool tooLarge = false;
+    bool headEnded = false;
 };
 
 std::size_t receive(char* data, std::size_t size, std::size_t count, void* user) {
@@ -23,37 +24,19 @@ std::size_t receive(char* data, std::size_t size, std::size_t count, void* user)
         received.tooLarge = true;
         return CURL_WRITEFUNC_ERROR;
     }
-    received.body.insert(received.body.end(), data, data + bytes);
+    appendText(received.body, {data, bytes});
     return bytes;
 }
 
-struct ListFree {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-struct HandleFree {
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-};
-using HeaderList = std::unique_ptr<curl_slist, ListFree>;
-using Handle = std::unique_ptr<CURL, HandleFree>;
-
-void append(HeaderList& list, const char* header) {
-    if (curl_slist* grown = curl_slist_append(list.get(), header)) {
-        (void)list.release();
-        list.reset(grown);
-    }
-}
-
-HeaderList headersOf(const HttpRequest& request) {
-    HeaderList list;
-    for (const std::string& header : request.headers) append(list, header.c_str());
-    // A large body is not held back for a "100 Continue" that simple servers never send.
-    append(list, "Expect:");
-    return list;
-}
-
-long milliseconds(std::chrono::milliseconds time) {
-    // 0 would mean no limit.
-    return std::clamp<long>(time.count(), 1, std::numeric_limits<int>::max());
+// One line of the head. The library itself takes a stream that ends between two of them for a whole
+// response.
+std::size_t receiveHead(char* data, std::size_t size, std::size_t count, void* user) {
+    const std::string_view line(data, size * count);
+    bool& headEnded = static_cast<Received*>(user)->headEnded;
+    // A "100 Continue" has a head before the response's own; fields behind a body come here too.
+    if (line.starts_with("HTTP/")) headEnded = false;
+    if (line == "\r\n" || line == "\n") headEnded = true;
+    return line.size();
 }
 
 void describeMethod(CURL* handle, const HttpRequest& request) {
@@ -73,14 +56,10 @@ void describeMethod(CURL* handle, const HttpRequest& request) {
 }
 
 void describe(CURL* handle, const HttpRequest& request) {
-    curl_easy_setopt(handle, CURLOPT_URL, request.url.c_str());
-    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, milliseconds(request.timeout));
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, milliseconds(request.connectTimeout));
-    // Time-outs by signal would hit any thread of the program.
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, curlMilliseconds(request.timeout));
+    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, curlMilliseconds(request.connectTimeout));
     if (request.direct) curl_easy_setopt(handle, CURLOPT_NOPROXY, "*");
+    if (request.followRedirects) followRedirects(handle, request.url);
     describeMethod(handle, request);
 }
 
@@ -100,21 +79,24 @@ HttpResponse failed(const char* words) {
 }  // namespace
 
 HttpResponse httpSend(const HttpRequest& request) {
-    static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (ready != CURLE_OK) return failed(curl_easy_strerror(ready));
-    const Handle handle(curl_easy_init());
+    if (const CURLcode ready = curlReady(); ready != CURLE_OK)
+        return failed(curl_easy_strerror(ready));
+    const CurlHandle handle(curl_easy_init());
     if (!handle) return failed(curl_easy_strerror(CURLE_FAILED_INIT));
+    CurlWords words{};
+    describeExchange(handle.get(), request.url, words);
     describe(handle.get(), request);
-    const HeaderList headers = headersOf(request);
+    const CurlHeaders headers = curlHeaders(request.headers);
     curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
     Received received;
     received.limit = request.maxResponseBytes;
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, receive);
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &received);
-    std::array<char, CURL_ERROR_SIZE> words{};
-    curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, words.data());
+    curl_easy_setopt(handle.get(), CURLOPT_HEADERFUNCTION, receiveHead);
+    curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &received);
 
     const CURLcode code = curl_easy_perform(handle.get());
+    if (code == CURLE_OK && !received.headEnded) return failed("the response ends in its head");
     HttpResponse response;
     response.failure = failureOf(code, received);
     if (code == CURLE_OK) {
@@ -123,9 +105,75 @@ HttpResponse httpSend(const HttpRequest& request) {
         response.status = static_cast<int>(status);
         response.body = std::move(received.body);
     } else {
-        response.error = words[0] != '\0' ? words.data() : curl_easy_strerror(code);
+        response.error = curlWords(code, words);
     }
+    // The library only knows that we stopped taking bytes.
+    if (received.tooLarge)
+        response.error = "the response has more than " + std::to_string(received.limit) + " bytes";
     return response;
+}
+
+bool isHttpAddress(const std::string& text) {
+    const std::unique_ptr<CURLU, void (*)(CURLU*)> address(curl_url(), curl_url_cleanup);
+    return address != nullptr &&
+           curl_url_set(address.get(), CURLUPART_URL, text.c_str(), 0) == CURLUE_OK;
+}
+
+std::string_view httpStatusPhrase(int status) {
+    struct Row {
+        int status;
+        std::string_view phrase;
+    };
+    static constexpr std::array rows{
+        Row{100, "Continue"},
+        Row{101, "Switching Protocols"},
+        Row{200, "OK"},
+        Row{201, "Created"},
+        Row{202, "Accepted"},
+        Row{203, "Non-Authoritative Information"},
+        Row{204, "No Content"},
+        Row{205, "Reset Content"},
+        Row{206, "Partial Content"},
+        Row{300, "Multiple Choices"},
+        Row{301, "Moved Permanently"},
+        Row{302, "Found"},
+        Row{303, "See Other"},
+        Row{304, "Not Modified"},
+        Row{307, "Temporary Redirect"},
+        Row{308, "Permanent Redirect"},
+        Row{400, "Bad Request"},
+        Row{401, "Unauthorized"},
+        Row{402, "Payment Required"},
+        Row{403, "Forbidden"},
+        Row{404, "Not Found"},
+        Row{405, "Method Not Allowed"},
+        Row{406, "Not Acceptable"},
+        Row{407, "Proxy Authentication Required"},
+        Row{408, "Request Timeout"},
+        Row{409, "Conflict"},
+        Row{410, "Gone"},
+        Row{411, "Length Required"},
+        Row{412, "Precondition Failed"},
+        Row{413, "Content Too Large"},
+        Row{414, "URI Too Long"},
+        Row{415, "Unsupported Media Type"},
+        Row{416, "Range Not Satisfiable"},
+        Row{417, "Expectation Failed"},
+        Row{421, "Misdirected Request"},
+        Row{422, "Unprocessable Content"},
+        Row{426, "Upgrade Required"},
+        Row{429, "Too Many Requests"},
+        Row{451, "Unavailable For Legal Reasons"},
+        Row{500, "Internal Server Error"},
+        Row{501, "Not Implemented"},
+        Row{502, "Bad Gateway"},
+        Row{503, "Service Unavailable"},
+        Row{504, "Gateway Timeout"},
+        Row{505, "HTTP Version Not Supported"},
+    };
+    const auto* found = std::find_if(rows.begin(), rows.end(),
+                                     [&](const Row& row) { return row.status == status; });
+    return found == rows.end() ? std::string_view() : found->phrase;
 }
 
 }  // namespace zepho

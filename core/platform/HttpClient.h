@@ -1,17 +1,23 @@
 // HTTP requests to other programs, over libcurl.
 //
 // httpSend() blocks the calling thread until there is a response or none can come. No cookies, no
-// cache, no redirects followed, nothing kept between two calls; any thread, any number at a time.
+// cache, nothing kept between two calls; any thread, any number at a time. For bodies that are too
+// large for memory see HttpTransfer.h.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/platform/Bytes.h"
 
 namespace zepho {
+
+// The server's side has a request and a response of its own (core/http); the linker must never take
+// one for the other.
+inline namespace outgoing {
 
 struct HttpRequest {
     std::string method = "GET";
@@ -23,6 +29,8 @@ struct HttpRequest {
     std::size_t maxResponseBytes = 64UL << 20;
     // Never by way of a proxy, whatever the environment asks for.
     bool direct = false;
+    // Otherwise a redirect is a response like any other.
+    bool followRedirects = false;
 };
 
 enum class HttpFailure {
@@ -30,6 +38,7 @@ enum class HttpFailure {
     timedOut,   // no whole response in the time given
     tooLarge,   // the response exceeds its limit
     transport,  // refused, reset, not HTTP, …
+    cancelled,  // by the caller (HttpTransfer.h)
 };
 
 struct HttpResponse {
@@ -39,6 +48,14 @@ struct HttpResponse {
     Bytes body;
 };
 
+}  // namespace outgoing
+
 [[nodiscard]] HttpResponse httpSend(const HttpRequest& request);
+
+// Whether the text is an address with a scheme and a host.
+[[nodiscard]] bool isHttpAddress(const std::string& text);
+
+// The standard reason phrase, "Not Found"; empty for a status that has none.
+[[nodiscard]] std::string_view httpStatusPhrase(int status);
 
 }  // namespace zepho

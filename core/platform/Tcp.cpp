@@ -17,8 +17,8 @@ using Tcp = asio::ip::tcp;
 constexpr int sendBufferSize = 256 * 1024;
 // A body up to this size is handed to the system in one go. A larger one goes in steps: the reader
 // then works on one step while the next is copied.
-constexpr std::size_t wholeSendLimit = 256 * 1024;
-constexpr std::size_t sendStep = 64 * 1024;
+constexpr std::size_t wholeSendLimit = std::size_t{256} * 1024;
+constexpr std::size_t sendStep = std::size_t{64} * 1024;
 constexpr auto acceptBackoff = std::chrono::milliseconds(100);
 
 // Where a thread reads to. A connection keeps only what is left of it.

@@ -30,17 +30,18 @@ SynthOutcome SynthJob::takeOutcome() {
 
 void SynthJob::succeed(PcmBuffer audio, std::int64_t tookMs) {
     LateCallback late;
+    PcmBuffer lateAudio;
     bool callerLeft = false;
     {
         const std::lock_guard guard(lock);
         callerLeft = abandoned;
-        if (!callerLeft) pcm = std::move(audio);
+        (callerLeft ? lateAudio : pcm) = std::move(audio);
         elapsedMs = tookMs;
         settled = true;
         late.swap(onLate);
     }
     done.raise();
-    if (callerLeft && late) late(std::move(audio), tookMs);
+    if (callerLeft && late) late(std::move(lateAudio), tookMs);
 }
 
 void SynthJob::fail(TtsErrorCode code, std::string message, std::int64_t tookMs) {

@@ -24,8 +24,7 @@ TtsService::TtsService(std::shared_ptr<AppConfig> settings, std::shared_ptr<TtsE
 
 std::shared_ptr<TtsService> TtsService::make(std::shared_ptr<AppConfig> config,
                                              std::shared_ptr<TtsEngine> standIn) {
-    const std::shared_ptr<TtsService> service(
-        new TtsService(std::move(config), std::move(standIn)));
+    std::shared_ptr<TtsService> service(new TtsService(std::move(config), std::move(standIn)));
     service->startParts();
     return service;
 }

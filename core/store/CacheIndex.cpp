@@ -17,10 +17,6 @@
 namespace zepho {
 namespace {
 
-void append(Bytes& to, std::string_view text) {
-    to.insert(to.end(), text.begin(), text.end());
-}
-
 // Like the JSON library writes a text that is valid UTF-8.
 void appendQuoted(Bytes& to, std::string_view text) {
     constexpr std::string_view digits = "0123456789abcdef";
@@ -31,18 +27,18 @@ void appendQuoted(Bytes& to, std::string_view text) {
     for (std::size_t pos = 0; pos < text.size(); ++pos) {
         const auto byte = static_cast<std::uint8_t>(text[pos]);
         if (byte >= 0x20 && byte != '"' && byte != '\\') continue;
-        append(to, text.substr(done, pos - done));
+        appendText(to, text.substr(done, pos - done));
         done = pos + 1;
         to.push_back('\\');
         if (const std::size_t known = special.find(text[pos]); known != std::string_view::npos) {
             to.push_back(static_cast<std::uint8_t>(letters[known]));
         } else {
-            append(to, "u00");
+            appendText(to, "u00");
             to.push_back(static_cast<std::uint8_t>(digits[byte >> 4]));
             to.push_back(static_cast<std::uint8_t>(digits[byte & 15]));
         }
     }
-    append(to, text.substr(done));
+    appendText(to, text.substr(done));
     to.push_back('"');
 }
 
@@ -55,11 +51,11 @@ std::string speedText(float speed) {
 void appendEntry(Bytes& to, const CacheRecord& record) {
     const CacheEntry& entry = record.entry;
     const auto member = [&to](std::string_view lead, std::string_view value) {
-        append(to, lead);
-        append(to, value);
+        appendText(to, lead);
+        appendText(to, value);
     };
     const auto text = [&to](std::string_view lead, std::string_view value) {
-        append(to, lead);
+        appendText(to, lead);
         appendQuoted(to, value);
     };
     text("\n  ", record.key);
@@ -71,7 +67,7 @@ void appendEntry(Bytes& to, const CacheRecord& record) {
     member(",\n    \"speed\": ", speedText(entry.speed));
     text(",\n    \"text\": ", entry.text);
     text(",\n    \"voice\": ", entry.voiceId);
-    append(to, "\n  }");
+    appendText(to, "\n  }");
 }
 
 // A JSON file cannot hold anything else. The clip of such an entry is adopted at the next start.
@@ -96,19 +92,19 @@ void saveCacheIndex(const std::string& path, std::vector<CacheRecordPointer> rec
     std::erase_if(records, [](const CacheRecordPointer& record) { return !isWritable(record); });
     std::sort(records.begin(), records.end(),
               [](const auto& left, const auto& right) { return left->key < right->key; });
-    constexpr std::size_t pieceSize = 256 * 1024;
+    constexpr std::size_t pieceSize = std::size_t{256} * 1024;
     std::size_t written = 0;
     saveFilePieces(path, [&](Bytes& piece) {
         if (records.empty()) {
-            append(piece, "{}");
+            appendText(piece, "{}");
             return false;
         }
         for (; written < records.size() && piece.size() < pieceSize; ++written) {
-            append(piece, written == 0 ? "{" : ",");
+            appendText(piece, written == 0 ? "{" : ",");
             appendEntry(piece, *records[written]);
         }
         if (written < records.size()) return true;
-        append(piece, "\n}");
+        appendText(piece, "\n}");
         return false;
     });
 }

@@ -65,8 +65,9 @@ public:
     }
     bool start_array(std::size_t) override { return depth > 0 && open(); }
     bool key(string_t& name) override {
-        if (depth == 1) entryKey = std::move(name);
-        if (depth == 2) {
+        if (depth == 1) {
+            entryKey = std::move(name);
+        } else if (depth == 2) {
             const auto* found = std::find(memberNames.begin(), memberNames.end(), name);
             member = static_cast<Member>(found - memberNames.begin());
         }

@@ -205,10 +205,10 @@ TEST_F(S2Engine, stopsWhileItLoads) {
     behave("never-ready=1");
     S2LocalEngine engine({}, tuning);
     engine.start();
-    EXPECT_EQ(engine.checkHealth().detail, "loading the model (0 s so far)…");
-    EXPECT_EQ(refusal(engine), std::pair(TtsErrorCode::engineNotConnected,
-                                         std::string("the model is still loading (0 s so "
-                                                     "far), try again shortly")));
+    EXPECT_EQ(engine.checkHealth().detail.find("loading the model ("), 0U);
+    const auto [code, message] = refusal(engine);
+    EXPECT_EQ(code, TtsErrorCode::engineNotConnected);
+    EXPECT_EQ(message.find("the model is still loading ("), 0U);
     engine.stop();
     EXPECT_EQ(engine.currentState(), S2EngineState::missing);
     EXPECT_TRUE(hasNoChildren());
@@ -318,7 +318,7 @@ TEST_F(S2Engine, reportsWhatTheChildAnswers) {
     EXPECT_EQ(engine->options(), options);
     const auto [code, message] = refusal(*engine);
     EXPECT_EQ(code, TtsErrorCode::engineFailed);
-    EXPECT_EQ(message.find("跟推理进程通信失败:Operation timed out"), 0U) << message;
+    EXPECT_EQ(message.find("跟推理进程通信失败:"), 0U) << message;
     EXPECT_TRUE(engine->ready());
 }
 

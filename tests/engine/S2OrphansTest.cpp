@@ -85,6 +85,7 @@ TEST_F(S2Orphans, killsTheRecordedProcessOnlyIfItIsOurs) {
 // a record. A child whose parent lives stays.
 TEST_F(S2Orphans, findsAnOrphanInTheProcessListWhenAnEngineIsMade) {
     const auto kept = spawnAt(root + "engine/s2");
+    ASSERT_TRUE(test::eventually([&] { return reportedNumber("pid") == kept->pid(); }));
     std::filesystem::remove(fakeFile("fake-s2.report"));
     const auto launcher =
         Process::spawn({"/bin/sh",

@@ -94,6 +94,8 @@ S2Test::S2Test() : root(ZEPHOPaths::dataRoot()) {
     tuning.readyPoll = std::chrono::milliseconds(10);
     tuning.watchPoll = std::chrono::milliseconds(10);
     tuning.busyWait = std::chrono::milliseconds(10);
+    // A death shows at once, or on a crowded machine much later.
+    tuning.exitGrace = std::chrono::seconds(30);
     AppLog::clear();
 }
 

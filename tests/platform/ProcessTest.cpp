@@ -127,6 +127,9 @@ TEST(ProcessList, killsOnlyWhatIsAccepted) {
     std::filesystem::create_symlink("/bin/sleep", program);
     const auto process = Process::spawn({program, {"60"}, "", ""});
     const auto is = [&program](std::string_view found) { return found == program; };
+    // A new program's command line shows a moment after its start.
+    for (int look = 0; look < 6000 && programOfProcess(process->pid()) != program; ++look)
+        std::this_thread::sleep_for(milliseconds(5));
     EXPECT_FALSE(killProcessIf(process->pid(), [](std::string_view) { return false; }));
     EXPECT_TRUE(process->running());
     EXPECT_TRUE(killProcessIf(process->pid(), is));

@@ -1,0 +1,251 @@
+// Every way in which a download can fail: what is told, and what stays on disk.
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include "core/diag/Language.h"
+#include "tests/models/DownloadFixture.h"
+#include "tests/support/TempDir.h"
+
+namespace zepho {
+namespace {
+
+using namespace zepho::test;
+using Stage = DownloadStage;
+using std::chrono::milliseconds;
+
+// Sends these bytes and ends the connection.
+std::function<void(RawPeer&)> saying(const std::string& bytes) {
+    return [bytes](RawPeer& peer) { peer.send(bytes); };
+}
+
+class FailedDownload : public Download {
+protected:
+    // Runs a job that fails, `times` reports of it included.
+    void fail(const ModelVariant& variant, const std::string& host, std::size_t times = 1) {
+        reports.clear();
+        downloader->start(variant, host, false);
+        awaitEnd(Stage::failed, times);
+        EXPECT_EQ(count(Stage::failed), times);
+        EXPECT_EQ(count(Stage::done), 0U);
+        EXPECT_EQ(downloader->snapshot().stage, Stage::failed);
+        EXPECT_EQ(downloader->snapshot().error, error());
+    }
+    [[nodiscard]] std::string error() const { return reports.back().error; }
+};
+
+TEST_F(FailedDownload, tellsABadStatusAndThenTheEndOfTheRequest) {
+    put("m.gguf.part", "12345");
+    struct Row {
+        int status;
+        const char* phrase;
+    };
+    for (const Row& row :
+         {Row{403, "Forbidden"}, Row{404, "Not Found"}, Row{416, "Range Not Satisfiable"},
+          Row{503, "Service Unavailable"}, Row{204, "No Content"}, Row{599, ""}}) {
+        RawHost host(saying("HTTP/1.1 " + std::to_string(row.status) +
+                            " Whatever\r\nContent-Length: 2\r\n\r\nno"));
+        fail(variantOf(4000), host.address(), 2);
+        EXPECT_EQ(reports[1].error, "HTTP " + std::to_string(row.status) + " " + row.phrase +
+                                        "(源:" + downloadUrl(host.address(), "m.gguf") + ")");
+        EXPECT_EQ(reports[1].received, 5);
+        EXPECT_EQ(reports[1].total, 4000);
+        EXPECT_EQ(error(), "cancelled");
+        EXPECT_TRUE(wasLogged("m.gguf not fetched: http " + std::to_string(row.status)));
+        EXPECT_EQ(contentOf("m.gguf.part"), "12345");
+    }
+}
+
+TEST_F(FailedDownload, refusesAnAddressThatIsNone) {
+    put("m.gguf.part", "12345");
+    fail(variantOf(4000), "no address at all");
+    EXPECT_EQ(error().find("bad url: no address at all/tessmarin/"), 0U);
+    ModelVariant fixed = variantOf(4000);
+    fixed.url = "http://";
+    fail(fixed, "http://127.0.0.1:1");
+    EXPECT_EQ(error(), "bad url: http://");
+    EXPECT_EQ(reports.size(), 1U);
+    EXPECT_EQ(contentOf("m.gguf.part"), "12345");
+}
+
+TEST_F(FailedDownload, keepsThePartWhenTheLineBreaks) {
+    // Refused: nobody has listened on this port since it was given back.
+    std::string nobody;
+    {
+        RawHost host(saying(""));
+        nobody = host.address();
+    }
+    put("m.gguf.part", "12345");
+    fail(variantOf(4000), nobody);
+    EXPECT_NE(error(), "");
+    EXPECT_TRUE(wasLogged("m.gguf not fetched: " + error()));
+    EXPECT_EQ(contentOf("m.gguf.part"), "12345");
+
+    for (const char* answer : {
+             "",                                                                  // no response
+             "What?\r\n\r\n",                                                     // no HTTP
+             "HTTP/1.1 302 Found\r\nLocation: /x\r\nContent-Length: 0\r\n\r\n",   // for ever
+             "HTTP/1.1 302 Found\r\nLocation: file:///etc/hostname\r\n\r\n",      // elsewhere
+             "HTTP/1.1 206 Partial\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n",  // no chunk
+             "HTTP/1.1 206 Partial\r\nTransfer-Encoding: chunked\r\n\r\n0"        // cut short
+         }) {
+        RawHost host(saying(answer));
+        fail(variantOf(4000), host.address());
+        EXPECT_NE(error(), "") << answer;
+        EXPECT_EQ(contentOf("m.gguf.part"), "12345") << answer;
+    }
+
+    Gate reported;
+    RawHost resetting([&](RawPeer& peer) {
+        peer.send("HTTP/1.1 206 Partial Content\r\nContent-Length: 4000\r\n\r\nabc");
+        reported.wait();
+        peer.resetOnClose();
+    });
+    const OpenAtEnd whateverHappens{reported};
+    reports.clear();
+    downloader->start(variantOf(4000), resetting.address(), false);
+    ASSERT_TRUE(main.runUntil([&] { return count(Stage::downloading) > 0; }));
+    reported.open();
+    awaitEnd(Stage::failed);
+    EXPECT_EQ(reports.back().received, 8);
+    EXPECT_EQ(contentOf("m.gguf.part"), "12345abc");
+}
+
+TEST_F(FailedDownload, givesUpOnASilentHost) {
+    use({milliseconds(150), milliseconds(60'000), milliseconds(60'000), milliseconds(1), {}});
+    for (const char* start :
+         {"", "HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\nabc"}) {
+        std::filesystem::remove(inModels("m.gguf.part"));
+        RawHost host([&](RawPeer& peer) {
+            peer.send(start);
+            peer.waitUntilGone();
+        });
+        fail(variantOf(4000), host.address());
+        EXPECT_EQ(error(), "Timeout was reached");
+    }
+    EXPECT_EQ(contentOf("m.gguf.part"), "abc");
+
+    // A head that never ends, although it is never silent for long.
+    use({milliseconds(60'000), milliseconds(150), milliseconds(60'000), milliseconds(1), {}});
+    RawHost endless([](RawPeer& peer) {
+        peer.send("HTTP/1.1 200 OK\r\n");
+        for (int i = 0; peer.send("X-" + std::to_string(i) + ": 1\r\n"); ++i)
+            std::this_thread::sleep_for(milliseconds(10));
+    });
+    fail(variantOf(4000), endless.address());
+    EXPECT_EQ(error(), "Timeout was reached");
+}
+
+TEST_F(FailedDownload, trustsNoCertificateThatDoesNotVerify) {
+    const TempDir directory;
+    const std::string command =
+        "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "
+        "/CN=127.0.0.1 -keyout " +
+        directory.file("key") + " -out " + directory.file("certificate") + " 2>/dev/null";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    ModelHost host(ModelHost::serving("secret"), directory.file("certificate"),
+                   directory.file("key"));
+    fail(variantOf(6), host.address());
+    EXPECT_NE(error().find("certificate"), std::string::npos) << error();
+    EXPECT_TRUE(host.seen().empty());
+    EXPECT_EQ(contentOf("m.gguf.part"), "");
+}
+
+TEST_F(FailedDownload, checksTheSizeOfWhatHasCome) {
+    RawHost nothing(saying("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"));
+    fail(variantOf(4000), nothing.address());
+    EXPECT_EQ(error(), "the download came back empty");
+    EXPECT_TRUE(wasLogged("not fetched: empty"));
+    EXPECT_TRUE(fileExists(inModels("m.gguf.part")));
+
+    RawHost tooShort(saying("HTTP/1.1 200 OK\r\nContent-Length: 4096\r\n\r\n" + bodyOf(2048)));
+    fail(variantOf(4000), tooShort.address());
+    EXPECT_EQ(error(), "收到 2 KB,服务器说应该是 4 KB —— 传输不完整,残件留着可续传");
+    EXPECT_TRUE(wasLogged("not fetched: incomplete"));
+    EXPECT_EQ(contentOf("m.gguf.part"), bodyOf(2048));
+    EXPECT_FALSE(fileExists(inModels("m.gguf")));
+
+    // No length, and not the size that was to be expected: the page of some gateway.
+    std::filesystem::remove(inModels("m.gguf.part"));
+    const std::string page(3 * 1024, 'h');
+    RawHost gateway(saying("HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n\r\n" + page));
+    fail(variantOf(12582912), gateway.address());
+    EXPECT_EQ(error(), "大小对不上(3 KB,估计应为 12.0 MB),多半是被网关塞了个错误页,已删除");
+    EXPECT_TRUE(wasLogged("not fetched: size mismatch"));
+    EXPECT_FALSE(fileExists(inModels("m.gguf.part")));
+
+    // A length beside a coding of the transfer means nothing; near the estimate is near enough.
+    RawHost coded(
+        saying("HTTP/1.1 200 OK\r\nContent-Length: 7\r\nTransfer-Encoding: chunked\r\n\r\n"
+               "3\r\nabc\r\n2\r\nde\r\n0\r\n\r\n"));
+    downloader->start(variantOf(1048576), coded.address(), false);
+    awaitEnd(Stage::done);
+    EXPECT_EQ(contentOf("m.gguf"), "abcde");
+}
+
+TEST_F(FailedDownload, stopsWhenTheDiskIsFull) {
+    std::filesystem::create_symlink("/dev/full", inModels("m.gguf.part"));
+    Gate gone;
+    RawHost host([&](RawPeer& peer) {
+        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\n" + bodyOf(100));
+        peer.waitUntilGone();
+        gone.open();
+    });
+    fail(variantOf(4000), host.address());
+    EXPECT_EQ(error(), "No space left on device (" + inModels("m.gguf.part") + ")");
+    EXPECT_TRUE(std::filesystem::is_symlink(inModels("m.gguf.part")));
+    gone.wait();
+}
+
+TEST_F(FailedDownload, findsNothingWhereTheDirectoryCannotBeMade) {
+    std::filesystem::remove(ZEPHOPaths::modelsDir());
+    saveFileBytes(ZEPHOPaths::dataRoot() + "models", asBytes("a file"));
+    ModelHost host(ModelHost::serving(bodyOf(4000)));
+    fail(variantOf(4000), host.address());
+    EXPECT_EQ(error(), "the download came back empty");
+    std::filesystem::remove(ZEPHOPaths::dataRoot() + "models");
+}
+
+TEST_F(FailedDownload, keepsThePartWhenTheNameIsTaken) {
+    Gate taken;
+    RawHost host([&](RawPeer& peer) {
+        taken.wait();
+        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\n" + bodyOf(4000));
+    });
+    const OpenAtEnd whateverHappens{taken};
+    downloader->start(variantOf(4000), host.address(), false);
+    std::filesystem::create_directories(inModels("m.gguf/inside"));
+    taken.open();
+    awaitEnd(Stage::failed);
+    EXPECT_EQ(error(), "rename failed (the engine may still hold the file): Is a directory");
+    EXPECT_EQ(reports.back().received, 0);
+    EXPECT_EQ(reports.back().total, 0);
+    EXPECT_TRUE(wasLogged("not fetched: rename failed"));
+    EXPECT_EQ(contentOf("m.gguf.part"), bodyOf(4000));
+}
+
+TEST_F(FailedDownload, waitsForANetworkThatIsDown) {
+    std::atomic<int> looks{0};
+    HttpLimits limits;
+    limits.reconnect = milliseconds(1);
+    limits.networkUp = [&] { return ++looks > 3; };
+    use(limits);
+    // No look-up leaves this machine for a name that cannot exist.
+    fail(variantOf(4000), "http://" + std::string(80, 'a'));
+    EXPECT_EQ(looks, 4);
+    EXPECT_EQ(count(Stage::connecting), 1U);
+
+    limits.networkUp = [&] {
+        ++looks;
+        return false;
+    };
+    looks = 0;
+    use(limits);
+    reports.clear();
+    downloader->start(variantOf(4000), "http://" + std::string(80, 'a'), false);
+    ASSERT_TRUE(main.runUntil([&] { return looks > 1; }));
+    downloader->cancel();
+    awaitEnd(Stage::cancelled);
+}
+
+}  // namespace
+}  // namespace zepho

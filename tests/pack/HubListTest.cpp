@@ -1,0 +1,218 @@
+// What the list of shares reads as, and how it is narrowed and ordered.
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "core/diag/Language.h"
+#include "core/pack/HubList.h"
+
+namespace zepho {
+namespace {
+
+using std::chrono::milliseconds;
+using namespace std::chrono_literals;
+
+WallTime moment(int year, unsigned month, unsigned day, milliseconds ofDay) {
+    const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month),
+                                           std::chrono::day(day)};
+    return std::chrono::sys_days(date) + ofDay;
+}
+
+TEST(HubList, readsEveryFieldOfAShare) {
+    const HubResult result = hubParseList(R"({"ok": true, "items": [{
+        "id": "s-1", "userId": "kano", "title": "Gate \"A\"", "language": "ja", "gender": "female",
+        "voices": 3, "bindings": 7, "note": "夜間", "appVersion": "0.3.26220", "file": "g.cln",
+        "size": 5000000000, "downloads": 12, "createdAt": "2025-11-02 08:15:00",
+        "url": "https://x.example/g.cln", "more": [1, {"a": null}]}]})");
+    ASSERT_TRUE(result.ok);
+    ASSERT_EQ(result.items.size(), 1U);
+    const HubItem expected{"s-1",
+                           "kano",
+                           "Gate \"A\"",
+                           "ja",
+                           "female",
+                           3,
+                           7,
+                           "夜間",
+                           "0.3.26220",
+                           "g.cln",
+                           5000000000,
+                           12,
+                           moment(2025, 11, 2, 8h + 15min),
+                           "https://x.example/g.cln"};
+    EXPECT_EQ(result.items[0], expected);
+}
+
+TEST(HubList, leavesOutWhatIsNoShareAndKeepsTheOrder) {
+    const HubResult result = hubParseList(R"({"ok": true, "items": [
+        {"id": "z", "url": "u"}, 5, null, "text", [{"id": "n", "url": "u"}],
+        {"id": "no-url", "title": "t"}, {"id": "", "url": "u"}, {"url": "u"},
+        {"id": "b", "url": ""}, {"id": {"x": 1}, "url": "u"},
+        {"id": 17, "url": "u", "title": ["x"], "voices": "4", "size": "big", "downloads": 1e300,
+         "createdAt": 5}, {"id": "a", "url": "u"}]})");
+    ASSERT_TRUE(result.ok);
+    ASSERT_EQ(result.items.size(), 3U);
+    EXPECT_EQ(result.items[0].id, "z");
+    EXPECT_EQ(result.items[0].title, "");
+    EXPECT_EQ(result.items[2].id, "a");
+    // Values of other types: what can be read as the type is, the rest is as if missing.
+    const HubItem odd = result.items[1];
+    EXPECT_EQ(odd.id, "17");
+    EXPECT_EQ(odd.title, "");
+    EXPECT_EQ(odd.voices, 4);
+    EXPECT_EQ(odd.size, 0);
+    EXPECT_EQ(odd.downloads, 0);
+    EXPECT_FALSE(odd.createdAt);
+}
+
+TEST(HubList, tellsALackOfSharesFromAFailure) {
+    const std::string unreadable = "Could not read the hub service's response";
+    const std::string reported = "The hub service reported an error";
+    const struct {
+        std::string reply;
+        bool ok;
+        std::string error;
+    } rows[] = {
+        {R"({"ok":true})", true, ""},
+        {R"({"ok":true,"items":{"id":"a","url":"u"}})", true, ""},
+        {R"({"ok":true,"items":[],"error":"old news"})", true, ""},
+        {"", false, unreadable},
+        {"<html>502</html>", false, unreadable},
+        {R"([{"id":"a","url":"u"}])", false, unreadable},
+        {R"({"ok":true,"items":[{"id":"a","url":"u"})", false, unreadable},
+        {std::string(100000, '['), false, unreadable},
+        {R"({"items":[{"id":"a","url":"u"}]})", false, reported},
+        {R"({"ok":null})", false, reported},
+        {R"({"ok":false,"error":""})", false, reported},
+        {R"({"ok":false,"error":["x"]})", false, reported},
+        {R"({"ok":false,"error":"closed on Sundays","items":[{"id":"a","url":"u"}]})", false,
+         "closed on Sundays"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.reply.substr(0, 80));
+        const HubResult result = hubParseList(row.reply);
+        EXPECT_EQ(result.ok, row.ok);
+        EXPECT_EQ(result.error, row.error);
+        EXPECT_TRUE(result.items.empty());
+    }
+    setUiLang(UiLang::ja);
+    EXPECT_EQ(hubParseList("{}").error, "クラウド共有サービスでエラーが発生しました");
+    setUiLang(UiLang::en);
+}
+
+TEST(HubList, readsDatesInTheirThreeForms) {
+    const WallTime second = moment(2025, 11, 2, 8h + 15min);
+    const struct {
+        std::string text;
+        std::optional<WallTime> time;
+    } rows[] = {
+        {"2025-11-02T08:15:00.250Z", second + 250ms},
+        {"2025-11-02T17:15:00.5+09:00", second + 500ms},
+        {"2025-11-02T08:15:00.000001Z", second + 1us},
+        {"2025-11-02T08:15:00.9999999999999999999999Z", second + 999999999ns},
+        {"2025-11-02T08:15:00Z", second},
+        {"2025-11-02T03:15:00-05:00", second},
+        {"2025-11-02 08:15:00", second},
+        {"1969-12-31T23:59:59.750Z", WallTime(-250ms)},
+        {"", {}},
+        {"2025-11-02T08:15:00", {}},
+        {"2025-11-02T08:15:00.Z", {}},
+        {"2025-11-02T08:15:00.2x5Z", {}},
+        {"2025-11-02T08:15:00.250", {}},
+        {"2025-11-02 08:15:00Z", {}},
+        {"2025-11-02 08:15:00.250", {}},
+        {"2025-11-02 8:15:00", {}},
+        {"2025-02-30 08:15:00", {}},
+        {"2025-11-02 24:15:00", {}},
+        {"2025-11-02", {}},
+        {"1762071300", {}},
+        // The last second that the clock can tell, and a fraction that it cannot.
+        {"2262-04-11T23:47:16.854775807Z", WallTime::max()},
+        {"2262-04-11T23:47:16.999Z", {}},
+    };
+    for (const auto& row : rows) EXPECT_EQ(parseIso(row.text), row.time) << row.text;
+}
+
+TEST(HubList, filtersWithoutRegardToCase) {
+    HubItem item;
+    item.language = "ja";
+    item.gender = "female";
+    item.userId = "Kanō";
+    item.title = "Gate ÄB calls";
+    item.note = "for Terminal 2";
+    const struct {
+        HubFilter filter;
+        bool matches;
+    } rows[] = {
+        {{}, true},
+        {{" \t\n\u3000", "", "", ""}, true},
+        {{"", "JA", "Female", "KANŌ"}, true},
+        {{"", "j", "", ""}, false},
+        {{"", "en", "female", ""}, false},
+        {{"", "ja", "male", ""}, false},
+        {{"", "ja", "female", "Kano"}, false},
+        {{"  äb CALLS\n", "", "", ""}, true},
+        {{"kanō", "", "", ""}, true},
+        {{"terminal", "", "", ""}, true},
+        {{"female", "", "", ""}, false},  // not a field that the text looks at
+        {{"gate  äb", "", "", ""}, false},
+        {{"terminal", "en", "", ""}, false},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.filter.matches(item), row.matches)
+            << row.filter.text << '|' << row.filter.language << '|' << row.filter.gender << '|'
+            << row.filter.userId;
+}
+
+HubItem share(const std::string& id, const std::string& title, const std::string& user,
+              std::int64_t downloads, std::optional<WallTime> created) {
+    HubItem item;
+    item.id = id;
+    item.title = title;
+    item.userId = user;
+    item.downloads = downloads;
+    item.createdAt = created;
+    return item;
+}
+
+TEST(HubList, arrangesByEachKeyAndThenById) {
+    const WallTime day = moment(2025, 11, 2, 0h);
+    const std::vector<HubItem> items = {
+        share("d", "beta", "Mio", 3, day + 1ms), share("C", "Alpha", "kano", 3, day),
+        share("b", "alpha", "Kano", 0, {}),      share("a", "Éclair", "", -1, day),
+        share("E", "", "mio", INT64_MAX, {}),    share("e", "", "mio", INT64_MIN, {}),
+    };
+    const auto order = [&](HubSort sort, const HubFilter& filter = {}) {
+        std::string ids;
+        for (const HubItem& item : hubArrange(items, filter, sort)) ids += item.id;
+        return ids;
+    };
+    // "E" and "e" are one id to the order, and stay as they came.
+    EXPECT_EQ(order(HubSort::newest), "daCbEe");
+    EXPECT_EQ(order(HubSort::oldest), "bEeaCd");
+    EXPECT_EQ(order(HubSort::downloads), "ECdbae");
+    EXPECT_EQ(order(HubSort::title), "EebCda");
+    EXPECT_EQ(order(HubSort::uploader), "abCdEe");
+    EXPECT_EQ(order(HubSort::uploader, {"", "", "", "KANO"}), "bC");
+    EXPECT_EQ(order(HubSort::newest, {"nothing has this", "", "", ""}), "");
+}
+
+TEST(HubList, collectsEachSpellingOnce) {
+    const std::vector<std::string> expected{"en", "JA"};
+    EXPECT_EQ(collectDistinct({"JA", "ja", "", "en"}), expected);
+    EXPECT_TRUE(collectDistinct({"", ""}).empty());
+
+    std::vector<HubItem> items(4);
+    items[0].language = "ZH";
+    items[0].userId = "Zoë";
+    items[1].language = "zh";
+    items[1].userId = "anna";
+    items[2].userId = "ZOË";
+    items[3].language = "de";
+    EXPECT_EQ(hubLanguages(items), (std::vector<std::string>{"de", "ZH"}));
+    EXPECT_EQ(hubUploaders(items), (std::vector<std::string>{"anna", "Zoë"}));
+}
+
+}  // namespace
+}  // namespace zepho

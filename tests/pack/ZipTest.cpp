@@ -1,0 +1,355 @@
+#include <gtest/gtest.h>
+
+#include "core/pack/Deflate.h"
+#include "core/pack/ZipFormat.h"
+#include "core/pack/ZipReader.h"
+#include "core/pack/ZipWriter.h"
+#include "core/platform/Files.h"
+#include "tests/pack/ForeignTools.h"
+#include "tests/pack/ZipForge.h"
+#include "tests/support/TempDir.h"
+
+namespace zepho {
+namespace {
+
+using test::forgeZip;
+using test::noise;
+
+template <class Action>
+std::string zipErrorOf(Action action) {
+    try {
+        action();
+    } catch (const ZipError& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+std::string openError(const Bytes& archive) {
+    return zipErrorOf([&] { ZipReader reader(archive); });
+}
+
+std::string readError(const Bytes& archive, const std::string& name) {
+    return zipErrorOf([&] { static_cast<void>(ZipReader(archive).read(name)); });
+}
+
+Bytes repeated(std::string_view text, int times) {
+    Bytes out;
+    for (int i = 0; i < times; ++i) out.insert(out.end(), text.begin(), text.end());
+    return out;
+}
+
+TEST(Crc32, FollowsItsBitwiseDefinition) {
+    const auto slow = [](ByteView data) {
+        std::uint32_t crc = 0xFFFFFFFF;
+        for (const std::uint8_t byte : data) {
+            crc ^= byte;
+            for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? 0xEDB88320 : 0);
+        }
+        return ~crc;
+    };
+    EXPECT_EQ(crc32({}), 0U);
+    EXPECT_EQ(crc32(asBytes("123456789")), 0xCBF43926U);
+    const Bytes data = noise(5000);
+    for (const std::size_t size : {1U, 15U, 16U, 63U, 64U, 100U, 4999U})
+        EXPECT_EQ(crc32(ByteView(data).first(size)), slow(ByteView(data).first(size))) << size;
+}
+
+TEST(Inflate, GrowsBeyondAWrongClaimUpToItsBounds) {
+    const auto inflated = [](const Bytes& stream, std::uint64_t expected, std::uint64_t budget) {
+        return inflate(stream, expected, budget).size();
+    };
+    const std::uint64_t plenty = std::uint64_t{1} << 30;
+    EXPECT_EQ(inflated({}, 10, plenty), 0U);
+    // A claim too low, right, too high, and one that fills the first buffer short of the end.
+    const Bytes zeros = *deflate(Bytes(100000));
+    for (const std::uint64_t claim : {0U, 1U, 50000U, 100000U, 100001U, 300000U})
+        EXPECT_EQ(inflated(zeros, claim, plenty), 100000U) << claim;
+
+    // 1024 doubled seven times holds 131072 bytes, and a full last buffer counts as growing.
+    const Bytes most = test::zeroBomb(131071);
+    ASSERT_LT(most.size(), 256U) << "or the first capacity is above 1024";
+    EXPECT_EQ(inflated(most, 0, plenty), 131071U);
+    const std::string growing = "corrupt zip: inflate output kept growing";
+    EXPECT_EQ(zipErrorOf([&] { inflated(test::zeroBomb(131072), 0, plenty); }), growing);
+    EXPECT_EQ(inflated(test::zeroBomb(131072), 131072, plenty), 131072U);
+    EXPECT_EQ(zipErrorOf([&] { inflated(test::zeroBomb(200000), 1, plenty); }), growing);
+
+    // The budget: exactly enough, one byte short, and never below zero.
+    EXPECT_EQ(inflated(zeros, 100000, 100000), 100000U);
+    std::uint64_t budget = 99999;
+    EXPECT_EQ(zipErrorOf([&] { static_cast<void>(inflate(zeros, 100000, budget)); }), growing);
+    EXPECT_EQ(budget, 0U);
+    EXPECT_EQ(zipErrorOf([&] { static_cast<void>(inflate(zeros, 100000, budget)); }), growing);
+
+    Bytes cut = *deflate(noise(5000));
+    cut.resize(cut.size() / 2);
+    EXPECT_EQ(zipErrorOf([&] { inflated(cut, 5000, plenty); }), "corrupt zip: inflate failed");
+    EXPECT_EQ(zipErrorOf([&] { inflated(toBytes("\x07junk"), 5, plenty); }),
+              "corrupt zip: inflate failed");
+}
+
+TEST(ZipWriter, StoresWhatDoesNotShrinkAndReadsBack) {
+    ZipWriter writer;
+    const Bytes text = repeated("Flight CA123 is now boarding. ", 400);
+    const Bytes dense = noise(3000);
+    writer.add("空港/音声.wav", text);
+    writer.add("noise", dense);
+    writer.add("empty", {});
+    writer.add("one", asBytes("x"));
+    writer.add("noise", asBytes("later"));
+    writer.add("folder/", {});
+    const Bytes archive = writer.finish();
+
+    // Methods as the directory tells them, in the order of adding.
+    std::vector<int> methods;
+    const std::size_t directory = zip::get32(&archive[archive.size() - 22 + 16]);
+    for (std::size_t at = directory; zip::get32(&archive[at]) == zip::directorySignature;
+         at += 46 + zip::get16(&archive[at + 28]))
+        methods.push_back(zip::get16(&archive[at + 10]));
+    EXPECT_EQ(methods, (std::vector<int>{8, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(zip::get16(&archive[6]), 0) << "no flags, for a name in UTF-8 neither";
+    EXPECT_EQ(zip::get32(&archive[10]), 0U) << "no time";
+
+    const ZipReader reader(archive);
+    EXPECT_EQ(reader.names(), (std::vector<std::string>{"empty", "noise", "one", "空港/音声.wav"}));
+    EXPECT_EQ(reader.read("空港/音声.wav"), text);
+    EXPECT_EQ(reader.read("noise"), toBytes("later"));
+    EXPECT_EQ(reader.read("empty"), Bytes());
+    EXPECT_TRUE(reader.contains("one"));
+    EXPECT_FALSE(reader.contains("One"));
+
+    ZipWriter prepared;
+    for (const auto& [name, data] : std::vector<ZipEntry>{{"空港/音声.wav", text},
+                                                          {"noise", dense},
+                                                          {"empty", {}},
+                                                          {"one", toBytes("x")},
+                                                          {"noise", toBytes("later")},
+                                                          {"folder/", {}}})
+        prepared.add(packEntry({name, data}));
+    EXPECT_EQ(prepared.finish(), archive) << "packing entries apart gives the same archive";
+    EXPECT_EQ(readError(archive, "One"), "corrupt zip: no entry One");
+
+    writer.add("more", asBytes("after finish"));
+    EXPECT_EQ(asText(ZipReader(writer.finish()).read("more")), "after finish");
+
+    ZipWriter none;
+    const Bytes bare = none.finish();
+    EXPECT_EQ(bare.size(), 22U);
+    EXPECT_TRUE(ZipReader(bare).names().empty());
+}
+
+TEST(ZipWriterDeathTest, StopsAtWhatTheFormatCannotHold) {
+    EXPECT_DEATH(
+        {
+            ZipWriter writer;
+            writer.add(std::string(65536, 'n'), {});
+        },
+        "16 bits");
+    EXPECT_DEATH(
+        {
+            ZipWriter writer;
+            for (int i = 0; i <= 65535; ++i) writer.add("n", {});
+            static_cast<void>(writer.finish());
+        },
+        "16 bits");
+}
+
+TEST(ZipReader, FindsTheEndRecordWithinReach) {
+    const auto archive = [](std::size_t commentLength) {
+        return forgeZip({{"a", toBytes("data"), 0, 4}},
+                        {std::nullopt, std::nullopt, std::string(commentLength, 'c')});
+    };
+    for (const std::size_t length : {0U, 100U, 65535U, 65536U})
+        EXPECT_EQ(asText(ZipReader(archive(length)).read("a")), "data") << length;
+    EXPECT_EQ(openError(archive(65537)), "not a zip archive") << "65559 bytes from the end";
+    EXPECT_EQ(openError(Bytes()), "not a zip archive");
+    const Bytes bare = forgeZip({});
+    EXPECT_EQ(openError(Bytes(bare.begin(), bare.end() - 1)), "not a zip archive");
+    EXPECT_EQ(openError(noise(22)), "not a zip archive");
+    EXPECT_EQ(zipErrorOf([] { ZipReader reader(std::string("/no/such/file")); }),
+              "not a zip archive");
+
+    // The last signature wins, although the one before it is the real one.
+    Bytes twice = forgeZip({{"a", toBytes("data"), 0, 4}},
+                           {std::nullopt, std::nullopt, std::string(asText(bare))});
+    EXPECT_TRUE(ZipReader(twice).names().empty());
+}
+
+TEST(ZipReader, TakesWhatOthersPutIntoHeaders) {
+    const Bytes text = repeated("gate ", 300);
+    const Bytes archive = forgeZip({
+        {"extra", toBytes("plain"), 0, 5, {}, {}, "local extra", "another one", "comment"},
+        {"low claim", *deflate(text), 8, 3},
+        {"no claim", *deflate(text), 8, 0},
+        {"directory/", {}, 0, 0},
+        {"broken \xff\xe3\x81 name", toBytes("n"), 0, 1},
+        {"same", toBytes("first"), 0, 5},
+        {"same", toBytes("second"), 0, 6},
+    });
+    const ZipReader reader(archive);
+    EXPECT_EQ(asText(reader.read("extra")), "plain");
+    EXPECT_EQ(reader.read("low claim"), text);
+    EXPECT_EQ(reader.read("no claim"), text);
+    EXPECT_FALSE(reader.contains("directory/"));
+    EXPECT_EQ(asText(reader.read("same")), "second");
+    EXPECT_EQ(reader.names()[0].substr(0, 10), "broken \xEF\xBF\xBD");
+    EXPECT_EQ(asText(reader.read(reader.names()[0])), "n");
+    EXPECT_NO_THROW(reader.refuseBombs(10000));
+}
+
+TEST(ZipReader, RefusesDamageWithItsText) {
+    const test::ForgedEntry good{"a", toBytes("data"), 0, 4};
+    const auto with = [&](auto change) {
+        test::ForgedEntry entry = good;
+        change(entry);
+        return forgeZip({entry});
+    };
+    const std::string badEntry = "corrupt zip: bad central directory entry";
+    EXPECT_EQ(openError(forgeZip({good}, {65535, {}, {}})), badEntry);
+    EXPECT_EQ(openError(forgeZip({good}, {{}, 0xFFFFFFFF, {}})), badEntry);
+    EXPECT_EQ(openError(forgeZip({good}, {{}, 1, {}})), badEntry);
+    Bytes longName = forgeZip({good});
+    longName[longName.size() - 22 - 1 - 46 + 29] = 0x7F;
+    EXPECT_EQ(openError(longName), "corrupt zip: truncated central directory");
+
+    const std::string badLocal = "corrupt zip: bad local header for a";
+    EXPECT_EQ(readError(with([](auto& e) { e.offset = 1; }), "a"), badLocal);
+    EXPECT_EQ(readError(with([](auto& e) { e.offset = 0xFFFFFFFF; }), "a"), badLocal);
+    EXPECT_EQ(readError(with([](auto& e) { e.csize = 5000; }), "a"),
+              "corrupt zip: truncated data for a");
+    EXPECT_EQ(readError(with([](auto& e) { e.csize = 0xFFFFFFFF; }), "a"),
+              "corrupt zip: truncated data for a");
+    EXPECT_EQ(readError(with([](auto& e) { e.method = 12; }), "a"),
+              "corrupt zip: unsupported compression method 12 for a");
+    EXPECT_EQ(readError(with([](auto& e) { e.method = 8; }), "a"), "corrupt zip: inflate failed");
+
+    // Whatever is cut off an archive's end leads to an error.
+    ZipWriter writer;
+    writer.add("a", repeated("data", 50));
+    const Bytes whole = writer.finish();
+    for (std::size_t size = 0; size < whole.size(); ++size)
+        EXPECT_NE(openError(Bytes(whole.begin(), whole.begin() + static_cast<long>(size))),
+                  "no error");
+}
+
+TEST(ZipReader, RefusesBombsBeforeTheyBurst) {
+    // A true claim, a lie, and a claim of the most that the field holds.
+    const Bytes stream = test::zeroBomb(std::uint64_t{600} << 20);
+    const auto bomb = [&](std::uint32_t claim) { return forgeZip({{"b", stream, 8, claim}}); };
+    const std::string growing = "corrupt zip: inflate output kept growing";
+    EXPECT_EQ(readError(bomb(1), "b"), growing);
+    for (const std::uint32_t claim : {600U << 20, 1U, 0xFFFFFFFFU}) {
+        const ZipReader reader(bomb(claim));
+        std::uint64_t budget = 32U << 20;
+        const auto read = [&] { static_cast<void>(reader.read("b", budget)); };
+        EXPECT_EQ(zipErrorOf(read), growing) << claim;
+        EXPECT_EQ(budget, 0U) << claim;
+    }
+    const ZipReader plain(forgeZip({{"p", Bytes(1000), 0, 1000}}));
+    std::uint64_t budget = 1999;
+    EXPECT_EQ(plain.read("p", budget).size(), 1000U);
+    EXPECT_EQ(zipErrorOf([&] { static_cast<void>(plain.read("p", budget)); }),
+              "corrupt zip: too much data for p");
+    EXPECT_EQ(zipErrorOf([&] { ZipReader(bomb(600U << 20)).refuseBombs(512U << 20); }),
+              "corrupt zip: the entries claim more than 512 MB");
+
+    // Many entries over one kernel: two whole copies, then one that begins inside another's data.
+    const Bytes kernel = test::zeroBomb(100000);
+    test::ForgedEntry copy{"c0", kernel, 8, 100000};
+    copy.offset = 0;
+    std::vector<test::ForgedEntry> copies{copy};
+    for (int i = 1; i < 50; ++i)
+        copies.push_back(
+            {"c" + std::to_string(i), {}, 8, 100000, static_cast<std::uint32_t>(kernel.size()), 0});
+    EXPECT_EQ(zipErrorOf([&] { ZipReader(forgeZip(copies)).refuseBombs(512U << 20); }),
+              "corrupt zip: overlapping entries");
+    const Bytes inner = forgeZip({{"inner", toBytes("data"), 0, 4}});
+    const std::vector<test::ForgedEntry> nested{
+        {"outer", inner, 0, static_cast<std::uint32_t>(inner.size())}, {"inner", {}, 0, 4, 4, 35}};
+    EXPECT_EQ(asText(ZipReader(forgeZip(nested)).read("inner")), "data");
+    EXPECT_EQ(zipErrorOf([&] { ZipReader(forgeZip(nested)).refuseBombs(512U << 20); }),
+              "corrupt zip: overlapping entries");
+}
+
+// Python takes names without the UTF-8 flag as code page 437, which loses nothing.
+constexpr std::string_view describeFirstEntry = R"py(
+import sys, zipfile
+archive = zipfile.ZipFile(sys.argv[1])
+entry = archive.infolist()[0]
+assert archive.testzip() is None
+print(entry.filename.encode('cp437').hex(), archive.read(entry).decode(), entry.create_version,
+      entry.flag_bits)
+)py";
+
+constexpr std::string_view packAudio = R"py(
+import glob, sys, zipfile
+archive = zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED)
+for name in sorted(glob.glob('audio/clip*')):
+    archive.write(name)
+archive.writestr('audio/empty.txt', b'', zipfile.ZIP_STORED)
+archive.writestr('audio/\u97f3.wav', b'named')
+)py";
+
+class ForeignToolsTest : public testing::Test {
+protected:
+    void SetUp() override {
+        for (int i = 0; i < 6; ++i) {
+            const std::string name = "audio/clip-" + std::to_string(i) + ".wav";
+            files.push_back({name, i % 2 == 0 ? repeated("PCM" + std::to_string(i), 3000 + i)
+                                              : noise(2000, static_cast<std::uint32_t>(i))});
+        }
+        files.push_back({"audio/empty.txt", {}});
+    }
+    [[nodiscard]] test::ToolResult run(const std::string& command) const {
+        return test::runTool("cd " + dir.path() + " && " + command);
+    }
+    [[nodiscard]] test::ToolResult runPython(std::string_view script,
+                                             const std::string& argument) const {
+        saveFileBytes(dir.file("script.py"), asBytes(script));
+        return run(ZEPHO_PYTHON " script.py " + argument);
+    }
+
+    test::TempDir dir;
+    std::vector<ZipEntry> files;
+};
+
+TEST_F(ForeignToolsTest, ReadWhatWeWrite) {
+    ZipWriter writer;
+    for (const ZipEntry& file : files) writer.add(file.name, file.data);
+    saveFileBytes(dir.file("ours.cln"), writer.finish());
+    for (const std::string command : {ZEPHO_UNZIP " -t ours.cln", ZEPHO_UNZIP " -q ours.cln -d out",
+                                      ZEPHO_ZIP " -T ours.cln"}) {
+        const auto result = run(command);
+        EXPECT_EQ(result.status, 0) << command << "\n" << result.output;
+    }
+    for (const ZipEntry& file : files)
+        EXPECT_EQ(loadFileBytes(dir.file("out/" + file.name)), file.data) << file.name;
+
+    ZipWriter named;
+    named.add("audio/音声-①.wav", asBytes("named"));
+    saveFileBytes(dir.file("named.cln"), named.finish());
+    EXPECT_EQ(runPython(describeFirstEntry, "named.cln").output,
+              "617564696f2fe99fb3e5a3b02de291a02e776176 named 20 0\n");
+}
+
+TEST_F(ForeignToolsTest, WriteWhatWeRead) {
+    for (const ZipEntry& file : files) saveFileBytes(dir.file(file.name), file.data);
+    const std::pair<std::string, test::ToolResult> archives[] = {
+        {"deflated.zip", run(ZEPHO_ZIP " -q -6 -r deflated.zip audio")},
+        {"comment.zip", run("echo comment | " ZEPHO_ZIP " -q -0 -z -r comment.zip audio")},
+        {"sizes-behind.zip", run(ZEPHO_ZIP " -q -r - audio | cat >sizes-behind.zip")},
+        {"python.zip", runPython(packAudio, "python.zip")},
+    };
+    for (const auto& [name, made] : archives) {
+        ASSERT_EQ(made.status, 0) << name << "\n" << made.output;
+        const ZipReader reader(dir.file(name));
+        for (const ZipEntry& file : files)
+            EXPECT_EQ(reader.read(file.name), file.data) << name << " " << file.name;
+        EXPECT_NO_THROW(reader.refuseBombs(1 << 20)) << name;
+    }
+    EXPECT_EQ(asText(ZipReader(dir.file("python.zip")).read("audio/音.wav")), "named");
+}
+
+}  // namespace
+}  // namespace zepho
