@@ -19,7 +19,8 @@ namespace zepho {
 // one for the other.
 inline namespace outgoing {
 
-struct HttpRequest {
+// The types of the server side are HttpRequest and HttpResponse: one program holds both.
+struct HttpCall {
     std::string method = "GET";
     std::string url;                   // http or https
     std::vector<std::string> headers;  // "Name: value"
@@ -41,7 +42,7 @@ enum class HttpFailure {
     cancelled,  // by the caller (HttpTransfer.h)
 };
 
-struct HttpResponse {
+struct HttpReply {
     HttpFailure failure = HttpFailure::none;
     std::string error;  // the failure in the library's words
     int status = 0;
@@ -50,7 +51,7 @@ struct HttpResponse {
 
 }  // namespace outgoing
 
-[[nodiscard]] HttpResponse httpSend(const HttpRequest& request);
+[[nodiscard]] HttpReply httpSend(const HttpCall& request);
 
 // Whether the text is an address with a scheme and a host.
 [[nodiscard]] bool isHttpAddress(const std::string& text);
