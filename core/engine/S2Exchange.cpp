@@ -27,7 +27,7 @@ constexpr std::int64_t longestMs = 366LL * 24 * 3600 * 1000;
                                               T("等它算完再试,或者把「设置」里的合成超时调大。"));
 }
 
-[[noreturn]] void throwTransportFailure(const HttpResponse& response, const S2ExchangePlan& plan,
+[[noreturn]] void throwTransportFailure(const HttpReply& response, const S2ExchangePlan& plan,
                                         const S2ExchangeWorld& world) {
     // A connection breaks a moment before the end of the process shows. Only a time-out says
     // nothing about an end.
@@ -50,8 +50,8 @@ PcmBuffer pcmOf(const Bytes& body) {
     return std::move(wav->pcm);
 }
 
-HttpRequest requestFor(const S2ExchangePlan& plan, const MultipartForm& form) {
-    HttpRequest request;
+HttpCall requestFor(const S2ExchangePlan& plan, const MultipartForm& form) {
+    HttpCall request;
     request.method = "POST";
     request.url = "http://127.0.0.1:" + std::to_string(plan.port) + "/generate";
     request.headers = {"Content-Type: multipart/form-data; boundary=" + form.boundary};
@@ -66,7 +66,7 @@ HttpRequest requestFor(const S2ExchangePlan& plan, const MultipartForm& form) {
 PcmBuffer exchangeLine(const S2Params& params, const S2ExchangePlan& plan,
                        const S2ExchangeWorld& world) {
     const MultipartForm form = buildGenerateForm(params, makeBoundary());
-    HttpRequest request = requestFor(plan, form);
+    HttpCall request = requestFor(plan, form);
     const auto deadline =
         world.now() + milliseconds(std::clamp<std::int64_t>(plan.timeoutMs, 0, longestMs));
     const milliseconds atLeast = plan.tuning.lastAttempt;
@@ -76,7 +76,7 @@ PcmBuffer exchangeLine(const S2Params& params, const S2ExchangePlan& plan,
         const auto left = std::chrono::ceil<milliseconds>(deadline - world.now());
         request.timeout = std::clamp(left, atLeast, atMost);
         request.connectTimeout = request.timeout;
-        const HttpResponse response = world.send(request);
+        const HttpReply response = world.send(request);
         if (response.failure != HttpFailure::none) throwTransportFailure(response, plan, world);
         if (response.status == 200) return pcmOf(response.body);
         if (response.status != 503)

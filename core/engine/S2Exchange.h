@@ -29,7 +29,7 @@ struct S2ExchangePlan {
 struct S2ExchangeWorld {
     using Clock = std::chrono::steady_clock;
 
-    std::function<HttpResponse(const HttpRequest&)> send;
+    std::function<HttpReply(const HttpCall&)> send;
     std::function<Clock::time_point()> now;
     std::function<void(std::chrono::milliseconds)> sleep;
     // Whether the process that got the request still runs.

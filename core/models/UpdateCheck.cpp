@@ -23,7 +23,7 @@ struct Fetched {
 
 Fetched fetch(const std::string& address) {
     if (!isHttpAddress(address)) return {false, "bad url"};
-    HttpRequest request;
+    HttpCall request;
     request.url = address;
     request.headers = {std::string("User-Agent: Zephon/") + ZEPHO::version,
                        "Accept: application/vnd.github+json", "X-GitHub-Api-Version: 2022-11-28"};
@@ -31,7 +31,7 @@ Fetched fetch(const std::string& address) {
     request.connectTimeout = timeout;
     request.maxResponseBytes = maxBodyBytes;
     request.followRedirects = true;
-    const HttpResponse response = httpSend(request);
+    const HttpReply response = httpSend(request);
     if (response.failure != HttpFailure::none) {
         AppLog::warn(logSource, "GET " + address + " failed: " + response.error);
         return {false, response.error};

@@ -28,8 +28,8 @@ constexpr std::size_t maxDownloadBytes = std::size_t{64} << 20;
 
 constexpr std::size_t loggedReplyCharacters = 200;
 
-HttpRequest requestTo(std::string url, std::chrono::milliseconds time) {
-    HttpRequest request;
+HttpCall requestTo(std::string url, std::chrono::milliseconds time) {
+    HttpCall request;
     request.url = std::move(url);
     request.headers = {std::string("User-Agent: Zephon/") + ZEPHO::version};
     request.timeout = time;
@@ -138,9 +138,9 @@ std::string hubPage(HubKind kind, const HubService& service) {
 }
 
 HubResult hubList(HubKind kind, const HubService& service) {
-    HttpRequest request = requestTo(hubPage(kind, service), service.listTime);
+    HttpCall request = requestTo(hubPage(kind, service), service.listTime);
     request.maxResponseBytes = maxListBytes;
-    const HttpResponse response = httpSend(request);
+    const HttpReply response = httpSend(request);
     HubResult result;
     if (response.failure != HttpFailure::none) {
         AppLog::warn("hub", "list failed: " + response.error);
@@ -160,10 +160,10 @@ HubResult hubList(HubKind kind, const HubService& service) {
 std::optional<std::string> hubDownload(const HubItem& item, const std::string& to,
                                        const HubService& service) {
     if (!isHttpAddress(item.url)) return T("这一条没有下载地址");
-    HttpRequest request = requestTo(item.url, service.downloadTime);
+    HttpCall request = requestTo(item.url, service.downloadTime);
     request.followRedirects = true;  // packs may lie on another host than the list
     request.maxResponseBytes = maxDownloadBytes;
-    const HttpResponse response = httpSend(request);
+    const HttpReply response = httpSend(request);
     if (response.failure != HttpFailure::none) return response.error;
     if (response.status != 200 || response.body.empty())
         return TF("下载失败(HTTP %d)", response.status);
@@ -190,13 +190,13 @@ HubUploadResult hubUpload(const HubUpload& upload, const HubService& service) {
     }
     const MultipartForm form = formOf(upload, pack->bytes);
     pack.reset();
-    HttpRequest request = requestTo(service.address + "?a=upload", service.uploadTime);
+    HttpCall request = requestTo(service.address + "?a=upload", service.uploadTime);
     if (!isHttpAddress(request.url)) return uploadFailed("bad url");
     request.method = "POST";
     request.headers.push_back("Content-Type: multipart/form-data; boundary=" + form.boundary);
     request.body = form.body;
     request.maxResponseBytes = maxReplyBytes;
-    const HttpResponse response = httpSend(request);
+    const HttpReply response = httpSend(request);
     if (response.failure != HttpFailure::none) {
         AppLog::warn("hub", "upload failed: " + response.error);
         return uploadFailed(response.error);
@@ -214,11 +214,11 @@ HubUploadResult hubUpload(const HubUpload& upload, const HubService& service) {
 std::optional<std::string> hubDelete(const std::string& deleteKey, const HubService& service) {
     if (deleteKey.empty()) return T("没有删除凭据 —— 只能删自己在这台机器上传过的。");
     const Bytes body = jsonData(Json{{"deleteKey", deleteKey}});
-    HttpRequest request = requestTo(service.address + "?a=delete", service.deleteTime);
+    HttpCall request = requestTo(service.address + "?a=delete", service.deleteTime);
     request.method = "POST";
     request.headers.emplace_back("Content-Type: application/json");
     request.body = body;
-    const HttpResponse response = httpSend(request);
+    const HttpReply response = httpSend(request);
     if (response.failure != HttpFailure::none) return response.error;
     if (response.status != 200) return TF("删除失败(HTTP %d)", response.status);
     AppLog::info("hub", "share deleted");

@@ -39,7 +39,7 @@ std::size_t receiveHead(char* data, std::size_t size, std::size_t count, void* u
     return line.size();
 }
 
-void describeMethod(CURL* handle, const HttpRequest& request) {
+void describeMethod(CURL* handle, const HttpCall& request) {
     if (request.method == "GET") return;
     if (request.method == "HEAD") {
         curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
@@ -55,7 +55,7 @@ void describeMethod(CURL* handle, const HttpRequest& request) {
         curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method.c_str());
 }
 
-void describe(CURL* handle, const HttpRequest& request) {
+void describe(CURL* handle, const HttpCall& request) {
     curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, curlMilliseconds(request.timeout));
     curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, curlMilliseconds(request.connectTimeout));
     if (request.direct) curl_easy_setopt(handle, CURLOPT_NOPROXY, "*");
@@ -69,8 +69,8 @@ HttpFailure failureOf(CURLcode code, const Received& received) {
     return code == CURLE_OPERATION_TIMEDOUT ? HttpFailure::timedOut : HttpFailure::transport;
 }
 
-HttpResponse failed(const char* words) {
-    HttpResponse response;
+HttpReply failed(const char* words) {
+    HttpReply response;
     response.failure = HttpFailure::transport;
     response.error = words;
     return response;
@@ -78,7 +78,7 @@ HttpResponse failed(const char* words) {
 
 }  // namespace
 
-HttpResponse httpSend(const HttpRequest& request) {
+HttpReply httpSend(const HttpCall& request) {
     if (const CURLcode ready = curlReady(); ready != CURLE_OK)
         return failed(curl_easy_strerror(ready));
     const CurlHandle handle(curl_easy_init());
@@ -97,7 +97,7 @@ HttpResponse httpSend(const HttpRequest& request) {
 
     const CURLcode code = curl_easy_perform(handle.get());
     if (code == CURLE_OK && !received.headEnded) return failed("the response ends in its head");
-    HttpResponse response;
+    HttpReply response;
     response.failure = failureOf(code, received);
     if (code == CURLE_OK) {
         long status = 0;

@@ -15,11 +15,8 @@
 
 namespace zepho {
 
-// The server's side has a request and a response of its own (core/http); the linker must never take
-// one for the other.
-inline namespace outgoing {
-
-struct HttpRequest {
+// The server's side has HttpRequest and HttpResponse (core/http); one program holds both.
+struct HttpCall {
     std::string method = "GET";
     std::string url;                   // http or https
     std::vector<std::string> headers;  // "Name: value"
@@ -41,16 +38,14 @@ enum class HttpFailure {
     cancelled,  // by the caller (HttpTransfer.h)
 };
 
-struct HttpResponse {
+struct HttpReply {
     HttpFailure failure = HttpFailure::none;
     std::string error;  // the failure in the library's words
     int status = 0;
     Bytes body;
 };
 
-}  // namespace outgoing
-
-[[nodiscard]] HttpResponse httpSend(const HttpRequest& request);
+[[nodiscard]] HttpReply httpSend(const HttpCall& request);
 
 // Whether the text is an address with a scheme and a host.
 [[nodiscard]] bool isHttpAddress(const std::string& text);

@@ -13,15 +13,15 @@ namespace {
 
 using std::chrono::milliseconds;
 
-HttpResponse answered(int status, Bytes body = {}) {
-    HttpResponse response;
+HttpReply answered(int status, Bytes body = {}) {
+    HttpReply response;
     response.status = status;
     response.body = std::move(body);
     return response;
 }
 
-HttpResponse broken(HttpFailure failure) {
-    HttpResponse response;
+HttpReply broken(HttpFailure failure) {
+    HttpReply response;
     response.failure = failure;
     response.error = "it broke";
     return response;
@@ -34,7 +34,7 @@ public:
         plan.timeoutMs = 900'000;
         plan.attemptLimitMs = 900'000;
         plan.logPath = "/l/s2.log";
-        world.send = [this](const HttpRequest& request) { return answer(request); };
+        world.send = [this](const HttpCall& request) { return answer(request); };
         world.now = [this] { return clock; };
         world.sleep = [this](milliseconds time) {
             ++sleeps;
@@ -65,7 +65,7 @@ public:
     S2ExchangePlan plan;
     S2ExchangeWorld world;
     // The answers in order; the last one stays. Each takes `eachTakes`.
-    std::deque<HttpResponse> answers;
+    std::deque<HttpReply> answers;
     milliseconds eachTakes{0};
     bool lives = true;
     milliseconds diesWithin{1'000'000};
@@ -78,7 +78,7 @@ public:
     milliseconds waited{-1};
 
 private:
-    HttpResponse answer(const HttpRequest& request) {
+    HttpReply answer(const HttpCall& request) {
         EXPECT_EQ(request.url, "http://127.0.0.1:4711/generate");
         EXPECT_EQ(request.method, "POST");
         EXPECT_TRUE(request.direct);
@@ -89,7 +89,7 @@ private:
                   "Content-Type: multipart/form-data; boundary=" + sent.substr(2, 41));
         timeouts.push_back(request.timeout);
         clock += eachTakes;
-        HttpResponse response = answers.front();
+        HttpReply response = answers.front();
         if (answers.size() > 1) answers.pop_front();
         return response;
     }

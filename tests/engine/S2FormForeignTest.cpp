@@ -29,13 +29,13 @@ TEST(S2Form, isReadByAParserOfOthers) {
     const int port = server.bind_to_any_port("127.0.0.1");
     ASSERT_GT(port, 0);
     std::thread serving([&server] { server.listen_after_bind(); });
-    outgoing::HttpRequest request;
+    HttpCall request;
     request.method = "POST";
     request.url = "http://127.0.0.1:" + std::to_string(port) + "/generate";
     request.headers = {"Content-Type: multipart/form-data; boundary=" + form.boundary};
     request.body = form.body;
     request.direct = true;
-    const outgoing::HttpResponse answer = httpSend(request);
+    const HttpReply answer = httpSend(request);
     server.stop();
     serving.join();
 

@@ -1,6 +1,6 @@
 // Pre-bake orders, health, statistics, self test and log over the API.
 #include <algorithm>
-#include <regex>
+#include <cctype>
 
 #include <gtest/gtest.h>
 
@@ -26,6 +26,11 @@ protected:
     static Json counts(int queued, int cached, int skipped) {
         return {{"queued", queued}, {"cached", cached}, {"skipped_empty", skipped}};
     }
+    static std::string withoutDigits(std::string text) {
+        std::erase_if(text, [](unsigned char c) { return std::isdigit(c) != 0; });
+        return text;
+    }
+
     VoiceInfo voice;
 };
 
@@ -207,11 +212,7 @@ TEST_F(ApiServiceTest, TheSelfTestReportsInTheLanguageOfTheInterface) {
         EXPECT_EQ(text.status, 503);
         EXPECT_EQ(text.headers.at("Content-Type"), "text/plain; charset=utf-8");
         // The times differ from run to run.
-        const std::regex milliseconds("[0-9]+ (ms|毫秒|ミリ秒)");
-        const auto timeless = [&](const std::string& from) {
-            return std::regex_replace(from, milliseconds, "N");
-        };
-        EXPECT_EQ(timeless(text.body), timeless(report));
+        EXPECT_EQ(withoutDigits(text.body), withoutDigits(report));
         (void)ask("DELETE", "/v1/cache");
     }
 }
@@ -228,9 +229,9 @@ TEST_F(ApiServiceTest, TheSelfTestSpeaksAsAsked) {
     EXPECT_EQ(engine->calls().back().text, "Boarding");
     const std::string detail = report["checks"][2]["detail"];
     // This format is shown in Chinese in every language.
-    EXPECT_TRUE(std::regex_match(
-        detail, std::regex(other.id + " · 44100 Hz · 1\\.20 秒 · 105884 字节 · 用了 [0-9]+ 毫秒")))
+    EXPECT_TRUE(detail.starts_with(other.id + " · 44100 Hz · 1.20 秒 · 105884 字节 · 用了 "))
         << detail;
+    EXPECT_TRUE(detail.ends_with(" 毫秒")) << detail;
     engine->failing = true;
     const Answer failed = get("/selftest?text=another");
     EXPECT_EQ(failed.status, 503);

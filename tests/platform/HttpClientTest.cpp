@@ -43,8 +43,8 @@ protected:
     void behave(const std::string& lines) const {
         saveFileBytes(directory.file("fake-s2.conf"), asBytes(lines));
     }
-    HttpRequest request(const std::string& method = "GET") const {
-        HttpRequest made;
+    HttpCall request(const std::string& method = "GET") const {
+        HttpCall made;
         made.method = method;
         made.url = "http://127.0.0.1:" + std::to_string(port) + "/x";
         made.direct = true;
@@ -60,11 +60,11 @@ protected:
 };
 
 TEST_F(HttpClient, sendsARequestAndGivesWhateverStatusComes) {
-    HttpRequest post = request("POST");
+    HttpCall post = request("POST");
     post.headers = {"X-Test: one"};
     const Bytes body = toBytes(std::string(3'000'000, 'b'));
     post.body = body;
-    const HttpResponse response = httpSend(post);
+    const HttpReply response = httpSend(post);
     EXPECT_EQ(response.failure, HttpFailure::none);
     EXPECT_EQ(response.status, 404);
     EXPECT_EQ(asText(response.body), "not here");
@@ -83,33 +83,33 @@ TEST_F(HttpClient, sendsARequestAndGivesWhateverStatusComes) {
 
 TEST_F(HttpClient, saysWhyThereIsNoResponse) {
     behave("body=" + std::string(1000, 'x'));
-    HttpRequest capped = request();
+    HttpCall capped = request();
     capped.maxResponseBytes = 999;
     EXPECT_EQ(httpSend(capped).failure, HttpFailure::tooLarge);
     capped.maxResponseBytes = 1000;
     EXPECT_EQ(httpSend(capped).body.size(), 1000U);
 
     behave("hang-up=1");
-    const HttpResponse hungUp = httpSend(request());
+    const HttpReply hungUp = httpSend(request());
     EXPECT_EQ(hungUp.failure, HttpFailure::transport);
     EXPECT_NE(hungUp.error, "");
 
     behave("delay-ms=60000");
-    HttpRequest hasty = request();
+    HttpCall hasty = request();
     hasty.timeout = milliseconds(50);
     EXPECT_EQ(httpSend(hasty).failure, HttpFailure::timedOut);
 
-    HttpRequest file = request();
+    HttpCall file = request();
     file.url = "file:///etc/hostname";
     EXPECT_EQ(httpSend(file).failure, HttpFailure::transport);
 }
 
 TEST_F(HttpClient, goesPastAProxyWhereItIsToldTo) {
     ::setenv("http_proxy", "http://127.0.0.1:1", 1);
-    const HttpResponse direct = httpSend(request());
-    HttpRequest proxied = request();
+    const HttpReply direct = httpSend(request());
+    HttpCall proxied = request();
     proxied.direct = false;
-    const HttpResponse refused = httpSend(proxied);
+    const HttpReply refused = httpSend(proxied);
     ::unsetenv("http_proxy");
     EXPECT_EQ(direct.status, 404);
     EXPECT_EQ(refused.failure, HttpFailure::transport);

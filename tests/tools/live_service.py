@@ -9,8 +9,13 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import time
+
+
+# An end from outside unwinds, so that no service is left behind.
+signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
 
 
 def free_port():

@@ -1,0 +1,261 @@
+"""Kills a busy service again and again; see scripts/soak-crash.
+
+What an answer of 200 has promised must survive: a spoken line is a hit, a cloned voice is listed, a
+binding holds. Files are whole at every moment, right after the kill included.
+"""
+
+import base64
+import http.client
+import json
+import math
+import pathlib
+import random
+import struct
+import sys
+import threading
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tools"))
+from live_service import Service  # noqa: E402
+
+GONE = (OSError, http.client.HTTPException)
+
+
+def tone_wav(number):
+    """1.2 seconds of a tone; another number is another clip."""
+    samples = b"".join(struct.pack("<h", int(8000 * math.sin(i * (0.05 + number % 997 / 9000))))
+                       for i in range(9600))
+    return (b"RIFF" + struct.pack("<I", 36 + len(samples)) + b"WAVEfmt " +
+            struct.pack("<IHHIIHH", 16, 1, 1, 8000, 16000, 2, 16) +
+            b"data" + struct.pack("<I", len(samples)) + samples)
+
+
+def wav_fault(path):
+    data = path.read_bytes()
+    if len(data) < 44 or data[:4] != b"RIFF" or data[8:12] != b"WAVE":
+        return "no WAV"
+    if struct.unpack_from("<I", data, 4)[0] + 8 != len(data):
+        return f"RIFF size {struct.unpack_from('<I', data, 4)[0] + 8}, file size {len(data)}"
+    at = data.find(b"data", 12)
+    if at < 0 or at + 8 + struct.unpack_from("<I", data, at + 4)[0] != len(data):
+        return "data chunk and file end apart"
+    return None
+
+
+class Crash:
+    def __init__(self, program):
+        self.service = Service(program, {
+            "synthesis": {"outputSampleRate": 8000}, "cache": {"enabled": True}})
+        self.random = random.Random()
+        self.lock = threading.Lock()
+        self.lines = []      # (text, file name) answered with 200
+        self.voices = set()  # ids answered with 200 and not deleted since
+        self.deleting = set()  # ids whose end was asked for
+        self.half_deleted = set()  # of these, the ones that are listed without their clips
+        self.bindings = {}   # key -> values that may stand there: the acknowledged, and one under way
+        self.checked = {}    # file name -> time of the version that was whole
+        self.asked = 0
+        self.problems = []
+
+    def problem(self, text):
+        self.problems.append(text)
+        print("PROBLEM", text, flush=True)
+
+    # The load. Each loop ends when the service is gone.
+
+    def ask(self, method, target, body=None):
+        status, headers, answer = self.service.ask(method, target, body, timeout=30)
+        self.asked += 1
+        if status not in (200, 202):
+            self.problem(f"{method} {target}: {status} {answer[:200]!r}")
+        return status, headers, answer
+
+    def speak(self):
+        while True:
+            text = f"Line {self.random.getrandbits(40):x}"
+            status, headers, _ = self.ask("GET", "/v1/tts?text=" + text.replace(" ", "+"))
+            if status == 200:
+                with self.lock:
+                    self.lines.append((text, headers["ETag"].strip('"') + ".wav"))
+
+    def bake(self):
+        while True:
+            items = [{"text": f"Baked {self.random.getrandbits(40):x}"} for _ in range(5)]
+            self.ask("POST", "/v1/prewarm", {"items": items})
+            time.sleep(0.02)
+
+    def clone(self):
+        while True:
+            number = self.random.getrandbits(30)
+            status, _, answer = self.ask("POST", "/v1/voices/clone", {
+                "display": f"Voice {number}", "reference_text": f"text {number}",
+                "audio": base64.b64encode(tone_wav(number)).decode()})
+            if status != 200:
+                continue
+            voice = json.loads(answer)["id"]
+            with self.lock:
+                self.voices.add(voice)
+                old = self.random.choice(sorted(self.voices)) if len(self.voices) > 20 else None
+                # Its end is not certain any more from here on.
+                self.voices.discard(old)
+                self.deleting.add(old)
+            if old:
+                self.ask("DELETE", "/v1/voices/" + old)
+
+    def bind(self):
+        while True:
+            airline = "A%02d" % self.random.randrange(20)
+            key = f"{airline}::default"
+            voice = self.random.choice([self.anchor, ""])
+            with self.lock:
+                self.bindings.setdefault(key, {""}).add(voice)
+            self.ask("PUT", "/v1/airlines", {"airline": airline, "voice": voice})
+            with self.lock:
+                self.bindings[key] = {voice}
+
+    def load(self, seconds):
+        def until_gone(work):
+            try:
+                work()
+            except GONE:
+                pass
+        loops = [self.speak, self.speak, self.bake, self.clone, self.bind]
+        threads = [threading.Thread(target=until_gone, args=[work]) for work in loops]
+        for thread in threads:
+            thread.start()
+        time.sleep(seconds)
+        self.service.kill()
+        for thread in threads:
+            thread.join()
+
+    # The checks.
+
+    def check_files(self, when):
+        root = self.service.root
+        for name in ("temp/index.json", "data/voices.json", "data/config.json"):
+            path = root / name
+            try:
+                if path.exists() and not isinstance(json.loads(path.read_bytes()), (dict, list)):
+                    self.problem(f"{when}: {name} is no object")
+            except ValueError as error:
+                self.problem(f"{when}: {name} does not parse: {error}")
+        for path in (root / "temp").glob("*.wav"):
+            if self.checked.get(path.name) == path.stat().st_mtime_ns:
+                continue
+            if fault := wav_fault(path):
+                self.problem(f"{when}: temp/{path.name}: {fault}")
+            self.checked[path.name] = path.stat().st_mtime_ns
+
+    def check_started(self):
+        for path in (self.service.root / "temp").iterdir():
+            if ".zepho-tmp-" in path.name:
+                self.problem(f"after the start: temp/{path.name} is left")
+        self.check_files("after the start")
+        for text, _ in self.lines[-4:] + self.random.sample(self.lines, min(4, len(self.lines))):
+            status, headers, _ = self.ask("GET", "/v1/tts?text=" + text.replace(" ", "+"))
+            if status == 200 and headers["X-ZEPHO-Cache"] != "hit":
+                self.problem(f"lost: {text!r} was answered before and is a miss")
+        listed = {voice["id"]: voice for voice in
+                  json.loads(self.ask("GET", "/v1/voices")[2])["voices"]}
+        for voice in self.voices - listed.keys():
+            self.problem(f"lost: voice {voice}")
+        self.half_deleted.clear()
+        for voice in listed.values():
+            for clip in voice["clips"]:
+                path = self.service.root / "clone" / clip["file"]
+                if path.exists() and not wav_fault(path):
+                    continue
+                if voice["id"] in self.deleting:
+                    self.half_deleted.add(voice["id"])
+                else:
+                    self.problem(f"voice {voice['id']} is listed, its clip {path.name} is not whole")
+        airlines = json.loads(self.ask("GET", "/v1/airlines")[2])
+        for key, allowed in self.bindings.items():
+            found = airlines.get(key, "")
+            if found not in allowed:
+                self.problem(f"binding {key} is {found!r}, not one of {sorted(allowed)}")
+            self.bindings[key] = {found}
+
+    def prepare(self):
+        self.service.start()
+        self.ask("GET", "/v1/tts?text=Anchor")  # makes the default voice
+        self.anchor = json.loads(self.ask("GET", "/v1/voices")[2])["voices"][0]["id"]
+
+    def tamper(self):
+        """What a service that writes carelessly would leave."""
+        temp = self.service.root / "temp"
+        cut, gone = (name for _, name in self.lines[-2:])
+        (temp / cut).write_bytes((temp / cut).read_bytes()[:-100])
+        (temp / gone).unlink()
+        index = temp / "index.json"
+        index.write_bytes(index.read_bytes()[:index.stat().st_size // 2])
+
+    def run(self, rounds):
+        self.prepare()
+        begin = time.monotonic()
+        starts = []
+        for number in range(1, rounds + 1):
+            self.load(self.random.uniform(0.02, 0.4))
+            self.check_files("after the kill")
+            started = time.monotonic()
+            self.service.start()
+            starts.append(time.monotonic() - started)
+            self.check_started()
+            if number % 50 == 0 or number == rounds:
+                self.tell(number, begin, starts)
+
+    def tell(self, number, begin, starts):
+        left = {folder: sum(".zepho-tmp-" in path.name
+                            for path in (self.service.root / folder).iterdir())
+                for folder in ("temp", "data", "clone")}
+        print(f"{number} kills in {time.monotonic() - begin:.0f} s, {self.asked} requests, "
+              f"{len(self.lines)} lines and {len(self.voices)} voices promised, slowest start "
+              f"{max(starts):.2f} s, temporary files left {left}, "
+              f"{len(self.half_deleted)} voices half deleted, "
+              f"{len(self.problems)} problems", flush=True)
+
+    def control(self, rounds):
+        """Whether each damage is noticed, in every round."""
+        self.prepare()
+        blind = 0
+        for _ in range(rounds):
+            self.load(0.5)
+            if len(self.lines) < 2:
+                continue
+            # An index of before the last clips, as after a crash between two writes of it.
+            self.check_files("after the kill")
+            before = len(self.problems)
+            self.tamper()
+            self.check_files("after the kill")
+            self.service.start()
+            self.check_started()
+            found = " ".join(self.problems[before:])
+            for sign in ("RIFF size", "index.json does not parse", "is a miss"):
+                if sign not in found:
+                    blind += 1
+                    print("NOT NOTICED:", sign)
+            # The next round begins with a sound directory.
+            self.lines.clear()
+            self.ask("DELETE", "/v1/cache")
+        print(f"control: {rounds} rounds, {len(self.problems)} problems reported, "
+              f"{blind} damages not noticed")
+        return blind
+
+
+def main():
+    words = sys.argv[2:]
+    control = "--control" in words
+    numbers = [int(word) for word in words if word.isdigit()]
+    crash = Crash(sys.argv[1])
+    try:
+        if control:
+            failed = crash.control(numbers[0] if numbers else 5)
+        else:
+            crash.run(numbers[0] if numbers else 200)
+            failed = len(crash.problems)
+    finally:
+        crash.service.remove()
+    sys.exit(1 if failed else 0)
+
+
+main()
