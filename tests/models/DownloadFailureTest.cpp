@@ -82,6 +82,7 @@ TEST_F(FailedDownload, keepsThePartWhenTheLineBreaks) {
 
     for (const char* answer : {
              "",                                                                  // no response
+             "HTTP/1.1 206 Partial\r\nContent-Length: 9\r\n",                     // half a head
              "What?\r\n\r\n",                                                     // no HTTP
              "HTTP/1.1 302 Found\r\nLocation: /x\r\nContent-Length: 0\r\n\r\n",   // for ever
              "HTTP/1.1 302 Found\r\nLocation: file:///etc/hostname\r\n\r\n",      // elsewhere
