@@ -250,6 +250,7 @@ bool AppConfig::raiseOldTimeouts() {
 
 void AppConfig::save(const std::optional<std::string>& path) const {
     const std::string file = pathOrDefault(path);
+    const std::lock_guard oneAtATime(writing);
     Json shares = Json::array();
     Json airlineVoices = Json::object();
     Json defaultVoices = Json::object();

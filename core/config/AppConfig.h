@@ -101,6 +101,9 @@ private:
     [[nodiscard]] std::string binding(const VoiceTable& table, const std::string& key) const;
     [[nodiscard]] std::vector<Binding> snapshotOf(const VoiceTable& table) const;
 
+    // Held while the file is written, so that no older state follows a newer one; taken before `lock`.
+    mutable std::mutex writing;
+
     // Guarded by lock.
     mutable std::mutex lock;
     VoiceTable defaults;

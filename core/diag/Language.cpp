@@ -1,5 +1,6 @@
 #include "core/diag/Language.h"
 
+#include <memory>
 #include <mutex>
 #include <unordered_map>
 
@@ -19,33 +20,38 @@ void addRows(MessageMap& map, std::span<const MessageRow> rows) {
         require(map.emplace(row.zh, &row).second, "a message key stands twice in its table");
 }
 
+// The tables are never destroyed: a thread that nobody joins may look up a text while the program
+// ends.
 const MessageMap& i18nTable() {
-    static const MessageMap table = [] {
-        MessageMap map;
+    static const MessageMap& table = *[] {
+        auto owned = std::make_unique<MessageMap>();
+        MessageMap& map = *owned;
         std::size_t count = 0;
         for (const auto rows : i18nRowGroups()) count += rows.size();
         map.reserve(count);
         for (const auto rows : i18nRowGroups()) addRows(map, rows);
-        return map;
+        return owned.release();
     }();
     return table;
 }
 
 const MessageMap& macExtra() {
-    static const MessageMap table = [] {
-        MessageMap map;
+    static const MessageMap& table = *[] {
+        auto owned = std::make_unique<MessageMap>();
+        MessageMap& map = *owned;
         addRows(map, macExtraRows());
-        return map;
+        return owned.release();
     }();
     return table;
 }
 
 const OverrideMap& macOverrides() {
-    static const OverrideMap table = [] {
-        OverrideMap map;
+    static const OverrideMap& table = *[] {
+        auto owned = std::make_unique<OverrideMap>();
+        OverrideMap& map = *owned;
         for (const OverrideRow& row : macOverrideRows())
             require(map.emplace(row.key, &row).second, "an override key stands twice");
-        return map;
+        return owned.release();
     }();
     return table;
 }

@@ -5,6 +5,7 @@ process after; then, or at random, the service itself is stopped or killed and s
 """
 
 import http.client
+import json
 import os
 import pathlib
 import random
@@ -110,12 +111,15 @@ class EngineSoak:
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.service.process.pid}/fd"))
 
+    def is_ready(self):
+        return json.loads(self.service.ask("GET", "/health")[2])["engine_ready"]
+
     def begin_run(self, orphans):
         self.stubborn = self.random.random() < 0.3
         self.behave("", self.stubborn)
         self.log_start = self.service.log.stat().st_size if self.service.log.exists() else 0
         self.service.start()
-        if not self.service.wait_until(lambda: self.line() == 200):
+        if not self.service.wait_until(self.is_ready) or self.line() != 200:
             self.problem("the engine does not come up")
         for pid in orphans:
             if pid in processes_of(self.engine):
