@@ -161,7 +161,7 @@ bool HttpTransfer::takeData(ByteView data) {
 
 void HttpTransfer::tellEnd(CURLcode code) {
     HttpOutcome outcome;
-    const bool endedShort = code == CURLE_PARTIAL_FILE && head.length > 0;
+    const bool endedShort = code == CURLE_PARTIAL_FILE && headTold && head.length > 0;
     if (code == CURLE_OK && !headTold) {
         // The library takes a stream that ends between two lines of the head for a whole response.
         outcome = {HttpFailure::transport, "the response ended within its head"};
