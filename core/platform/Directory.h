@@ -1,4 +1,4 @@
-// The names in a directory, read once. Stateless; any thread.
+// What lies in a directory. Stateless; any thread.
 #pragma once
 
 #include <optional>
@@ -10,5 +10,9 @@ namespace zepho {
 // In no order, without "." and ".."; absent where the directory cannot be listed. Costs a third of
 // std::filesystem's iterator, which makes a path of every name.
 [[nodiscard]] std::optional<std::vector<std::string>> listDirectory(const std::string& path);
+
+// Deletes the temporary files that killed saveFileBytes() calls left there (core/platform/Files.h).
+// Those of processes that live may still be under way, and stay. A failure is ignored.
+void removeStaleTemporaries(const std::string& path);
 
 }  // namespace zepho

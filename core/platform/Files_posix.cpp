@@ -1,6 +1,10 @@
 #include <atomic>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <utility>
 
@@ -9,6 +13,7 @@
 #include <unistd.h>
 
 #include "core/platform/AppendFile.h"
+#include "core/platform/Directory.h"
 #include "core/platform/Files.h"
 
 namespace zepho {
@@ -193,6 +198,18 @@ bool directoryExists(const std::string& path) {
 
 bool isTemporaryName(const std::string& name) {
     return name.find(temporaryMark) != std::string::npos;
+}
+
+void removeStaleTemporaries(const std::string& path) {
+    for (const std::string& name : listDirectory(path).value_or(std::vector<std::string>())) {
+        const std::size_t mark = name.find(temporaryMark);
+        if (mark == std::string::npos) continue;
+        const long owner =
+            std::strtol(name.c_str() + mark + std::strlen(temporaryMark), nullptr, 10);
+        const bool lives = owner > 0 && owner <= INT_MAX &&
+                           (::kill(static_cast<pid_t>(owner), 0) == 0 || errno == EPERM);
+        if (!lives) ::unlink((withTrailingSlash(path) + name).c_str());
+    }
 }
 
 std::string withTrailingSlash(std::string path) {

@@ -8,6 +8,7 @@
 #include "core/base/TtsError.h"
 #include "core/diag/AppLog.h"
 #include "core/diag/Language.h"
+#include "core/platform/Directory.h"
 #include "core/platform/Errors.h"
 #include "core/platform/Files.h"
 #include "core/store/ClipStore.h"
@@ -32,6 +33,8 @@ void VoiceLibrary::load() {
         const std::lock_guard guard(lock);
         items = VoiceList();
     }
+    removeStaleTemporaries(clipsDirectory);
+    removeStaleTemporaries(parentDirectory(voicesFile));
     if (!fileExists(voicesFile)) return;
     const std::optional<Bytes> bytes = loadFileBytes(voicesFile);
     if (!bytes) {

@@ -2,6 +2,8 @@
 #include <barrier>
 #include <thread>
 
+#include <unistd.h>
+
 #include "core/audio/ClipDecoding.h"
 #include "core/platform/Unicode.h"
 #include "tests/store/VoiceFixture.h"
@@ -300,6 +302,17 @@ TEST_F(VoiceLibraryTest, DamagedFilesLeaveAnEmptyLibrary) {
     library.addClone(specOf(wavOf(8000, 5000), "text"));
     EXPECT_EQ(library.count(), 1U);
     EXPECT_EQ(logged(LogLevel::error).back().rfind("cannot write the voice library: ", 0), 0U);
+}
+
+TEST_F(VoiceLibraryTest, WritesThatWereKilledAreSweptAtTheLoad) {
+    // No process has a number as high as the first one's.
+    const std::string dead = clips() + "v-1-0.wav.zepho-tmp-2147483646-0";
+    const std::string living = clips() + "v-1-0.wav.zepho-tmp-" + std::to_string(::getpid()) + "-9";
+    saveFileBytes(dead, asBytes("half"));
+    saveFileBytes(living, asBytes("half"));
+    library.load();
+    EXPECT_FALSE(fileExists(dead));
+    EXPECT_TRUE(fileExists(living));
 }
 
 TEST_F(VoiceLibraryTest, NewestListReachesTheDiskWhoeverSaves) {
