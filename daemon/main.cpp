@@ -2,8 +2,8 @@
 //
 // Takes no arguments. Log lines go to stderr, the addresses of the listener to stdout, one a line,
 // when it is up. SIGTERM, SIGINT and SIGHUP end it in order with exit code 0; a listener that cannot
-// start, or another service on the same data, ends it with 1. The listener starts whatever "autoStart" says: without a window nobody could
-// start it later.
+// start, or another service on the same data, ends it with 1. The listener starts whatever
+// "autoStart" says: without a window nobody could start it later.
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
