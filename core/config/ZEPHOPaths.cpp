@@ -21,8 +21,9 @@ std::string chooseDataRoot() {
 }  // namespace
 
 const std::string& dataRoot() {
-    static const std::string root = chooseDataRoot();
-    return root;
+    // Never destroyed: a background thread may ask for it while the process ends.
+    static const auto* const root = new std::string(chooseDataRoot());
+    return *root;
 }
 
 std::string dataDir() {

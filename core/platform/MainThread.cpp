@@ -8,8 +8,9 @@ namespace {
 std::mutex dispatcherLock;
 
 MainThreadDispatcher& dispatcherSlot() {
-    static MainThreadDispatcher slot;
-    return slot;
+    // Never destroyed: threads may still log while the process ends.
+    static auto* const slot = new MainThreadDispatcher;
+    return *slot;
 }
 
 }  // namespace

@@ -80,12 +80,13 @@ public:
 
 private:
     static const icu::BreakIterator& original() {
-        static const std::unique_ptr<const icu::BreakIterator> opened = [] {
+        // Never destroyed: a background thread may cut texts while the process ends.
+        static const icu::BreakIterator* const opened = [] {
             UErrorCode status = U_ZERO_ERROR;
             std::unique_ptr<const icu::BreakIterator> made(
                 icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
             require(U_SUCCESS(status) && made, "ICU has no character break rules");
-            return made;
+            return made.release();
         }();
         return *opened;
     }

@@ -32,7 +32,10 @@ protected:
     void TearDown() override {
         engine->openGate();
         if (service) service->shutdown();
+        // The pre-bake worker may hold the service for the line that it is at.
+        const std::weak_ptr<TtsService> ended = service;
         service.reset();
+        EXPECT_TRUE(eventually([&] { return ended.expired(); }));
     }
     // As after a restart of the program.
     void restart() {
