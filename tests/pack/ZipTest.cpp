@@ -339,6 +339,8 @@ TEST_F(ForeignToolsTest, WriteWhatWeRead) {
         {"deflated.zip", run(ZEPHO_ZIP " -q -6 -r deflated.zip audio")},
         {"comment.zip", run("echo comment | " ZEPHO_ZIP " -q -0 -z -r comment.zip audio")},
         {"sizes-behind.zip", run(ZEPHO_ZIP " -q -r - audio | cat >sizes-behind.zip")},
+        {"best.zip", run(ZEPHO_ZIP " -q -9 -r best.zip audio")},
+        {"seven.zip", run(ZEPHO_7Z " a -tzip -bd seven.zip audio")},
         {"python.zip", runPython(packAudio, "python.zip")},
     };
     for (const auto& [name, made] : archives) {

@@ -297,6 +297,30 @@ TEST_F(TtsServiceTest, BakesLinesInTheBackground) {
     ASSERT_TRUE(eventually([] { return wasLogged("pre-bake failed (told to fail): Unlucky"); }));
 }
 
+TEST_F(TtsServiceTest, AClientWaitsBehindNoMoreThanOneBakedLine) {
+    bindDefault(addVoice());
+    std::vector<TtsRequest> lines;
+    for (int i = 0; i < 200; ++i) lines.push_back(lineOf("Baked " + std::to_string(i)));
+    engine->toneMs = 20;
+    engine->closeGate();
+    service->prewarmRequests(lines);
+    for (int round = 0; round < 5; ++round) {
+        const std::size_t inside = static_cast<std::size_t>(round) * 2 + 1;
+        engine->waitForCalls(inside);  // the last of them is a baked line
+        const std::string own = "Client " + std::to_string(round);
+        auto client = std::async(std::launch::async, [&] { return errorOf(lineOf(own)).code; });
+        ASSERT_TRUE(eventually([&] { return service->stats().queueDepth == 1; }));
+        engine->letOut(1);
+        engine->waitForCalls(inside + 1);
+        EXPECT_EQ(engine->calls()[inside].text, own);
+        engine->letOut(1);
+        EXPECT_EQ(client.get(), TtsErrorCode::none);
+    }
+    engine->openGate();
+    ASSERT_TRUE(eventually([&] { return service->isCached(lineOf("Baked 199")); }));
+    EXPECT_EQ(engine->calls().size(), 205U);
+}
+
 TEST_F(TtsServiceTest, TheSelfTestTellsWhichStepFailed) {
     const auto names = [](const std::vector<CheckResult>& lines) {
         std::string text;

@@ -35,7 +35,8 @@ PcmBuffer ScriptedEngine::synthesize(const S2Params& params, const VoiceHint& hi
         seen.push_back(params);
         seenHints.push_back(hint);
         changed.notify_all();
-        changed.wait(guard, [this] { return gateOpen; });
+        changed.wait(guard, [this] { return gateOpen || permits > 0; });
+        if (!gateOpen) --permits;
     }
     if (failing) throw TtsError(TtsErrorCode::engineFailed, "told to fail");
     return silent ? PcmBuffer{{}, 44100} : toneOf(toneMs, peak);
@@ -49,6 +50,12 @@ void ScriptedEngine::closeGate() {
 void ScriptedEngine::openGate() {
     const std::lock_guard guard(lock);
     gateOpen = true;
+    changed.notify_all();
+}
+
+void ScriptedEngine::letOut(int count) {
+    const std::lock_guard guard(lock);
+    permits += count;
     changed.notify_all();
 }
 

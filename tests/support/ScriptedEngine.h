@@ -27,6 +27,8 @@ public:
     // Closed, the next lines wait inside the engine.
     void closeGate();
     void openGate();
+    // Lets so many lines out of the closed gate.
+    void letOut(int count);
     // Blocks until `count` lines have come into the engine.
     void waitForCalls(std::size_t count);
 
@@ -43,6 +45,7 @@ private:
     mutable std::mutex lock;
     std::condition_variable changed;
     bool gateOpen = true;
+    int permits = 0;
     EngineOptions opts;
     std::vector<S2Params> seen;
     std::vector<VoiceHint> seenHints;

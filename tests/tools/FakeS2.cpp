@@ -248,10 +248,10 @@ int main(int count, char** words) {
     int busyAnswers = 0;
     for (;;) {
         pollfd waited{listener, POLLIN, 0};
-        if (::poll(&waited, 1, 20) == 0) {
-            if (const Config now = readConfig(); word(now, "die-at") == "idle") die(now);
-            continue;
-        }
+        const bool asked = ::poll(&waited, 1, 20) > 0;
+        // Between two lines, too: with enough clients there is no quiet moment.
+        if (const Config now = readConfig(); word(now, "die-at") == "idle") die(now);
+        if (!asked) continue;
         const int client = ::accept(listener, nullptr, nullptr);
         if (client < 0) continue;
         serve(client, busyAnswers);
