@@ -60,9 +60,11 @@ struct TcpConnection::Impl : std::enable_shared_from_this<TcpConnection::Impl> {
     void close();
     void awaitBytes(Receiver done);
     void readNow(Receiver done);
-    // Sends what the system takes at once and waits for room for the rest.
-    void sendNow();
-    bool sendSome();
+    // Sends what the system takes at once.
+    void sendSome();
+    // Waits for room and sends the rest. The event under way ends with it: the wait may be over, on
+    // another thread, before this returns.
+    void sendRest();
     void sent();
 
     // Constant after construction.
@@ -122,18 +124,16 @@ void TcpConnection::Impl::readNow(Receiver done) {
     done({{buffer, count}, complete, error});
 }
 
-void TcpConnection::Impl::sendNow() {
-    if (!sendSome()) {
-        socket.async_wait(Tcp::socket::wait_write,
-                          [self = shared_from_this()](std::error_code error) {
-                              if (error) return self->close();
-                              self->sendNow();
-                              if (self->outgoing.empty()) self->sent();
-                          });
-    }
+void TcpConnection::Impl::sendRest() {
+    socket.async_wait(Tcp::socket::wait_write, [self = shared_from_this()](std::error_code error) {
+        if (error) return self->close();
+        self->sendSome();
+        if (!self->outgoing.empty()) return self->sendRest();
+        self->sent();
+    });
 }
 
-bool TcpConnection::Impl::sendSome() {
+void TcpConnection::Impl::sendSome() {
     while (!outgoing.empty()) {
         const Message& first = outgoing.front();
         const std::size_t headSize = first.head.size();
@@ -147,16 +147,12 @@ bool TcpConnection::Impl::sendSome() {
                          std::min(first.body.size() - fromBody, step))};
         std::error_code error;
         sentOfFirst += socket.write_some(parts, error);
-        if (isWouldBlock(error)) return false;
-        if (error) {
-            close();
-            return true;
-        }
+        if (isWouldBlock(error)) return;
+        if (error) return close();
         if (sentOfFirst < total) continue;
         outgoing.erase(outgoing.begin());
         sentOfFirst = 0;
     }
-    return true;
 }
 
 // Everything has gone out after a wait: goes on with what was asked for meanwhile.
@@ -177,12 +173,13 @@ void TcpConnection::receive(std::function<void(const TcpReceived&)> done) {
     if (impl->closing || !impl->socket.is_open()) return;
     if (impl->outgoing.empty()) return impl->awaitBytes(std::move(done));
     impl->onReceived = std::move(done);
+    impl->sendRest();
 }
 
 void TcpConnection::send(std::string head, SharedBytes body) {
     if (impl->closing || !impl->socket.is_open()) return;
     impl->outgoing.push_back({std::move(head), std::move(body)});
-    if (impl->outgoing.size() == 1) impl->sendNow();
+    if (impl->outgoing.size() == 1) impl->sendSome();
 }
 
 bool TcpConnection::isSending() const {
@@ -193,11 +190,14 @@ void TcpConnection::afterSent(std::function<void()> done) {
     if (impl->closing || !impl->socket.is_open()) return;
     if (impl->outgoing.empty()) return done();
     impl->onSent = std::move(done);
+    impl->sendRest();
 }
 
 void TcpConnection::cancel() {
+    if (impl->closing || !impl->socket.is_open()) return;
     impl->closing = true;
-    if (impl->outgoing.empty()) impl->close();
+    if (impl->outgoing.empty()) return impl->close();
+    impl->sendRest();
 }
 
 // ---- listener

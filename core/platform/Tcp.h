@@ -1,9 +1,11 @@
 // TCP for servers: a listener and its connections, on a task queue.
 //
 // Everything is event-driven. One connection has at most one event under way, so its callbacks never
-// run at the same time; those of different connections do. A connection lives as long as one of
-// its callbacks is pending or somebody holds it; it must be used only from its callbacks. The
-// listener may be used from any thread. Addresses stay numeric, nothing is looked up.
+// run at the same time; those of different connections do. An event ends with receive(), afterSent()
+// or cancel(): the next one may begin on another thread before that call returns, and the connection
+// must not be touched behind it. A connection lives as long as one of its callbacks is pending or
+// somebody holds it; it must be used only from its callbacks. The listener may be used from any
+// thread. Addresses stay numeric, nothing is looked up.
 #pragma once
 
 #include <cstdint>
@@ -45,7 +47,8 @@ public:
     // One receive of 1 to `maxReceive` bytes, made only after all that is queued has gone out. No
     // thread and no buffer is held meanwhile. Dropped without a call once the connection has ended.
     void receive(std::function<void(const TcpReceived&)> done);
-    // Queues head and body as one message. The body is not copied. A failure ends the connection.
+    // Queues head and body as one message and sends what the system takes at once; the rest follows
+    // when the event has ended. The body is not copied. A failure ends the connection.
     void send(std::string head, SharedBytes body);
     // Whether something queued has not gone out yet.
     [[nodiscard]] bool isSending() const;
