@@ -45,6 +45,16 @@ const MessageMap& macExtra() {
     return table;
 }
 
+const MessageMap& windowTable() {
+    static const MessageMap& table = *[] {
+        auto owned = std::make_unique<MessageMap>();
+        MessageMap& map = *owned;
+        for (const auto rows : windowRowGroups()) addRows(map, rows);
+        return owned.release();
+    }();
+    return table;
+}
+
 const OverrideMap& macOverrides() {
     static const OverrideMap& table = *[] {
         auto owned = std::make_unique<OverrideMap>();
@@ -135,7 +145,7 @@ std::string T(std::string_view key) {
         return std::string(lang == UiLang::zh ? row.zh : lang == UiLang::ja ? row.ja : row.en);
     }
     if (lang == UiLang::zh) return std::string(key);
-    for (const MessageMap* table : {&i18nTable(), &macExtra()})
+    for (const MessageMap* table : {&i18nTable(), &macExtra(), &windowTable()})
         if (const std::string_view text = columnOf(*table, key, lang); !text.empty())
             return std::string(text);
     return std::string(key);

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "core/diag/MessageRows.h"
+#include "core/diag/WindowRows.h"
 
 namespace zepho {
 
@@ -98,6 +99,12 @@ constexpr MessageRow extras[] = {
 std::span<const std::span<const MessageRow>> i18nRowGroups() {
     static const std::array groups = {pageRows(), engineRows(), settingsRows(), hubRows(),
                                       updateRows()};
+    return groups;
+}
+
+std::span<const std::span<const MessageRow>> windowRowGroups() {
+    static const std::array groups = {frameRows(), speechRows(), voiceRows(), setupRows(),
+                                      listRows()};
     return groups;
 }
 

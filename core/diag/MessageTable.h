@@ -29,4 +29,7 @@ std::span<const OverrideRow> macOverrideRows();
 /// The 26 rows that exist on this platform only, asked after the main table.
 std::span<const MessageRow> macExtraRows();
 
+/// Texts that only the window shows, asked last.
+std::span<const std::span<const MessageRow>> windowRowGroups();
+
 }  // namespace zepho

@@ -58,10 +58,16 @@ TEST_F(LanguageTest, TablesAreWholeAndTheirKeysUnique) {
     EXPECT_EQ(count, 513U);
     EXPECT_EQ(macOverrideRows().size(), 12U);
     EXPECT_EQ(macExtraRows().size(), 26U);
-    for (const MessageRow& row : macExtraRows()) {
+    const auto fits = [](const MessageRow& row) {
         EXPECT_EQ(placeholders(row.ja), placeholders(row.zh)) << row.zh;
         EXPECT_EQ(placeholders(row.en), placeholders(row.zh)) << row.zh;
-    }
+    };
+    for (const MessageRow& row : macExtraRows()) fits(row);
+    for (const auto rows : windowRowGroups())
+        for (const MessageRow& row : rows) {
+            fits(row);
+            EXPECT_TRUE(keys.insert(row.zh).second) << row.zh;
+        }
 }
 
 TEST_F(LanguageTest, LooksUpOverridesThenTheMainTableThenTheExtras) {

@@ -1,0 +1,92 @@
+// zephon: the window.
+//
+//   --hidden               start in the tray, for the start at login
+//   --theme light|dark     instead of the desktop's own
+//
+// A second start shows the window of the first and ends with 0. Where the headless service holds the
+// data, it says so and ends with 1.
+#include <cstdio>
+#include <cstdlib>
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QTimer>
+
+#include "app/AppState.h"
+#include "app/MainWindow.h"
+#include "app/QtText.h"
+#include "app/SingleInstance.h"
+#include "app/Theme.h"
+#include "core/base/Constants.h"
+#include "core/config/AppConfig.h"
+#include "core/diag/AppLog.h"
+#include "core/platform/MainThread.h"
+#include "core/platform/StopSignals.h"
+#include "core/platform/Thread.h"
+
+namespace {
+
+using namespace zepho;
+
+// How long a hidden start waits for a tray before it shows the window: desktops bring theirs up late.
+constexpr int trayPatienceMs = 15000;
+
+int run(QApplication& program) {
+    QCommandLineParser line;
+    const QCommandLineOption hidden("hidden", "Start in the tray.");
+    const QCommandLineOption look("theme", "light or dark, instead of the desktop's own.", "look", "system");
+    line.addOptions({hidden, look});
+    line.addHelpOption();
+    line.addVersionOption();
+    line.process(program);
+
+    SingleInstance instance;
+    if (instance.isTaken()) {
+        if (instance.askToShow()) return 0;
+        AppConfig config;
+        config.load();
+        setUiLang(config.uiLanguage);
+        std::fprintf(stderr, "%s\n", T("另一个程序(zephond)正在用这个数据目录。").c_str());
+        return 1;
+    }
+
+    AppLog::setEchoToStderr(true);
+    setMainThreadDispatcher([](std::function<void()> task) {
+        QMetaObject::invokeMethod(qApp, std::move(task), Qt::QueuedConnection);
+    });
+    Theme theme(line.value(look) == "dark"    ? Theme::Scheme::dark
+                : line.value(look) == "light" ? Theme::Scheme::light
+                                              : Theme::Scheme::system);
+    AppState state;
+    MainWindow window(state, theme);
+    instance.listen([&window] { window.bringUp(); });
+    startThread("zephon signals", [&state] {
+        waitForStopSignal();
+        onMainThread([&state] { state.quit(); });
+    }).detach();
+
+    if (!line.isSet(hidden)) {
+        window.show();
+    } else if (!window.trayItem().isThere()) {
+        QTimer::singleShot(trayPatienceMs, &window, [&window] {
+            if (!window.trayItem().isThere()) window.bringUp();
+        });
+    }
+    const int code = QApplication::exec();
+    state.shutdown();
+    // A line that is still inside the engine would hold an ordinary return for minutes.
+    std::fflush(nullptr);
+    std::_Exit(code);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    holdStopSignals();
+    QApplication program(argc, argv);
+    QApplication::setApplicationName("zephon");
+    QApplication::setApplicationVersion(ZEPHO::version);
+    QApplication::setDesktopFileName("zephon");
+    QApplication::setQuitOnLastWindowClosed(false);
+    return run(program);
+}
