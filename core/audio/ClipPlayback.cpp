@@ -83,8 +83,7 @@ std::shared_ptr<ClipPlayback> ClipPlayback::open(PcmBuffer clip, SoundOutput out
         return nullptr;
     }
     const std::vector<ma_backend> backends = backendsOf(output);
-    const std::shared_ptr<ClipPlayback> playback(
-        new ClipPlayback(std::move(clip), signal, receiver));
+    std::shared_ptr<ClipPlayback> playback(new ClipPlayback(std::move(clip), signal, receiver));
 
     ma_device_config config = ma_device_config_init(ma_device_type_playback);
     config.playback.format = ma_format_f32;
