@@ -10,7 +10,6 @@
 #include "core/config/ZEPHOPaths.h"
 #include "core/models/ModelCatalog.h"
 #include "core/platform/Files.h"
-#include "core/platform/MainThread.h"
 
 namespace zepho {
 namespace {
@@ -25,7 +24,8 @@ constexpr int workerLimit = 16;
 template <class Record>
 void appendBounded(std::vector<Record>& records, const Record& record) {
     records.push_back(record);
-    if (records.size() > keptRecords) records.erase(records.begin(), records.begin() + droppedAtOnce);
+    if (records.size() > keptRecords)
+        records.erase(records.begin(), records.begin() + droppedAtOnce);
 }
 
 void showMessage(QWidget* parent, const QString& title, const QString& text) {
@@ -223,8 +223,9 @@ void AppState::openUrl(const QString& text) {
 void AppState::openPath(const std::string& path) {
     const QString name = toQt(path);
     const bool exists = directoryExists(path) || fileExists(path);
-    const bool opened = exists && (surroundings.open ? surroundings.open(name)
-                                                     : QDesktopServices::openUrl(QUrl::fromLocalFile(name)));
+    const bool opened =
+        exists && (surroundings.open ? surroundings.open(name)
+                                     : QDesktopServices::openUrl(QUrl::fromLocalFile(name)));
     if (!opened) alert(qTF("打不开:%@", path));
 }
 
@@ -263,7 +264,10 @@ void AppState::setPlaying(bool now) {
 
 void AppState::play(SharedBytes wav, std::int64_t durationMs, std::function<void(bool)> then) {
     inBackground(
-        this, [player = player.get(), wav = std::move(wav), durationMs] { return player->play(wav, durationMs); },
+        this,
+        [player = player.get(), wav = std::move(wav), durationMs] {
+            return player->play(wav, durationMs);
+        },
         [this, then = std::move(then)](const Outcome<bool>& began) {
             const bool sounds = began.ok() && *began.value;
             setPlaying(player->isPlaying());
@@ -272,12 +276,14 @@ void AppState::play(SharedBytes wav, std::int64_t durationMs, std::function<void
 }
 
 void AppState::stopPlaying() {
-    inBackground(this, [player = player.get()] { player->stop(); },
-                 [this](const Outcome<Nothing>&) { setPlaying(player->isPlaying()); });
+    inBackground(
+        this, [player = player.get()] { player->stop(); },
+        [this](const Outcome<Nothing>&) { setPlaying(player->isPlaying()); });
 }
 
 void AppState::startDownload(const ModelVariant& variant, bool fromMirror) {
-    downloader->start(variant, fromMirror ? surroundings.modelMirror : surroundings.modelHost, true);
+    downloader->start(variant, fromMirror ? surroundings.modelMirror : surroundings.modelHost,
+                      true);
     download = downloader->snapshot();
     emit downloadChanged();
 }
@@ -297,29 +303,31 @@ void AppState::hubRefresh() {
     hubBusy = true;
     setHubStatus(qT("正在拉取列表…"));
     const std::uint64_t turn = ++hubTurn;
-    inBackground(this, [kind = hubKind, hub = surroundings.hub] { return hubList(kind, hub); },
-                 [this, turn](Outcome<HubResult> got) {
-                     // A list of the other kind, asked for before.
-                     if (turn != hubTurn) return;
-                     hubBusy = false;
-                     const bool ok = got.ok() && got.value->ok;
-                     if (ok) hubAll = std::move(got.value->items);
-                     const std::string why = got.ok() ? got.value->error : got.error;
-                     setHubStatus(ok ? QString() : qT("拉不到:") + toQt(why));
-                 });
+    inBackground(
+        this, [kind = hubKind, hub = surroundings.hub] { return hubList(kind, hub); },
+        [this, turn](Outcome<HubResult> got) {
+            // A list of the other kind, asked for before.
+            if (turn != hubTurn) return;
+            hubBusy = false;
+            const bool ok = got.ok() && got.value->ok;
+            if (ok) hubAll = std::move(got.value->items);
+            const std::string why = got.ok() ? got.value->error : got.error;
+            setHubStatus(ok ? QString() : qT("拉不到:") + toQt(why));
+        });
 }
 
 void AppState::checkUpdate() {
     if (updateChecking) return;
     updateChecking = true;
     emit updateChanged();
-    inBackground(this, [where = surroundings.updates] { return checkForUpdate(where); },
-                 [this](Outcome<UpdateInfo> got) {
-                     updateChecking = false;
-                     updateInfo = got.ok() ? std::move(*got.value) : UpdateInfo{};
-                     if (!got.ok()) updateInfo->error = got.error;
-                     emit updateChanged();
-                 });
+    inBackground(
+        this, [where = surroundings.updates] { return checkForUpdate(where); },
+        [this](Outcome<UpdateInfo> got) {
+            updateChecking = false;
+            updateInfo = got.ok() ? std::move(*got.value) : UpdateInfo{};
+            if (!got.ok()) updateInfo->error = got.error;
+            emit updateChanged();
+        });
 }
 
 void AppState::clearLog() {

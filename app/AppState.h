@@ -6,6 +6,12 @@
 // open on the window and return at once; the answer comes to a callback.
 #pragma once
 
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QThreadPool>
+#include <QTimer>
+#include <QWidget>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -13,13 +19,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <QObject>
-#include <QPointer>
-#include <QString>
-#include <QThreadPool>
-#include <QTimer>
-#include <QWidget>
 
 #include "app/MainTab.h"
 #include "app/Outcome.h"
@@ -30,6 +29,7 @@
 #include "core/models/ModelDownloader.h"
 #include "core/models/UpdateCheck.h"
 #include "core/pack/HubClient.h"
+#include "core/platform/MainThread.h"
 #include "core/service/TtsService.h"
 
 namespace zepho {

@@ -1,8 +1,7 @@
 #include "app/FileDialogs.h"
 
-#include <utility>
-
 #include <QFileDialog>
+#include <utility>
 
 namespace zepho {
 namespace {

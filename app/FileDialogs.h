@@ -2,10 +2,9 @@
 // was chosen, and is not called when nothing was.
 #pragma once
 
-#include <functional>
-
 #include <QString>
 #include <QStringList>
+#include <functional>
 
 class QWidget;
 

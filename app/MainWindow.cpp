@@ -59,8 +59,10 @@ MainWindow::MainWindow(AppState& state, Theme& theme)
 
 void MainWindow::addShortcuts() {
     for (int row = 0; row < static_cast<int>(mainTabs.size()); ++row) {
-        auto* shortcut = new QShortcut(QKeySequence(Qt::CTRL | static_cast<Qt::Key>(Qt::Key_1 + row)), this);
-        connect(shortcut, &QShortcut::activated, this, [this, row] { sidebar->setCurrentRow(row); });
+        auto* shortcut =
+            new QShortcut(QKeySequence(Qt::CTRL | static_cast<Qt::Key>(Qt::Key_1 + row)), this);
+        connect(shortcut, &QShortcut::activated, this,
+                [this, row] { sidebar->setCurrentRow(row); });
     }
     auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
     connect(escape, &QShortcut::activated, this, [this] {
@@ -109,7 +111,8 @@ void MainWindow::showTab(MainTab tab) {
 
 Page& MainWindow::page(MainTab tab) {
     const auto place = static_cast<std::size_t>(
-        std::find_if(mainTabs.begin(), mainTabs.end(), [tab](const MainTabInfo& info) { return info.tab == tab; }) -
+        std::find_if(mainTabs.begin(), mainTabs.end(),
+                     [tab](const MainTabInfo& info) { return info.tab == tab; }) -
         mainTabs.begin());
     Page*& made = pages[place];
     if (made == nullptr) {

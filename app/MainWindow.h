@@ -1,9 +1,8 @@
 // The main window: side bar, pages, status line, and what closing it means.
 #pragma once
 
-#include <array>
-
 #include <QMainWindow>
+#include <array>
 
 #include "app/AppState.h"
 #include "app/Page.h"

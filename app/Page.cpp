@@ -1,11 +1,10 @@
 #include "app/Page.h"
 
-#include <string>
-
 #include <QAbstractButton>
 #include <QLabel>
 #include <QLineEdit>
 #include <QVBoxLayout>
+#include <string>
 
 #include "app/QtText.h"
 

@@ -4,11 +4,10 @@
 // set through say() and its relatives, which set it again when the interface language changes.
 #pragma once
 
+#include <QWidget>
 #include <functional>
 #include <string_view>
 #include <vector>
-
-#include <QWidget>
 
 #include "app/AppState.h"
 

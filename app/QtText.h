@@ -1,10 +1,9 @@
 // Between the core's UTF-8 texts and Qt's.
 #pragma once
 
+#include <QString>
 #include <string>
 #include <string_view>
-
-#include <QString>
 
 #include "core/diag/Language.h"
 

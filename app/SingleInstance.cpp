@@ -1,9 +1,8 @@
 #include "app/SingleInstance.h"
 
-#include <utility>
-
 #include <QCryptographicHash>
 #include <QLocalSocket>
+#include <utility>
 
 #include "app/QtText.h"
 #include "core/config/ZEPHOPaths.h"
@@ -42,19 +41,22 @@ void SingleInstance::listen(std::function<void()> show) {
     // The socket of a program that was killed is still there; the lock says that it is nobody's.
     QLocalServer::removeServer(socketName());
     server.setSocketOptions(QLocalServer::UserAccessOption);
-    QObject::connect(&server, &QLocalServer::newConnection, &server, [this, show = std::move(show)] {
-        while (QLocalSocket* const caller = server.nextPendingConnection()) {
-            QObject::connect(caller, &QLocalSocket::disconnected, caller, &QObject::deleteLater);
-            QObject::connect(caller, &QLocalSocket::readyRead, caller, [caller, show] {
-                if (!caller->canReadLine() || caller->readLine() != wish) return;
-                caller->write(consent);
-                caller->flush();
-                show();
-            });
-        }
-    });
+    QObject::connect(
+        &server, &QLocalServer::newConnection, &server, [this, show = std::move(show)] {
+            while (QLocalSocket* const caller = server.nextPendingConnection()) {
+                QObject::connect(caller, &QLocalSocket::disconnected, caller,
+                                 &QObject::deleteLater);
+                QObject::connect(caller, &QLocalSocket::readyRead, caller, [caller, show] {
+                    if (!caller->canReadLine() || caller->readLine() != wish) return;
+                    caller->write(consent);
+                    caller->flush();
+                    show();
+                });
+            }
+        });
     if (!server.listen(socketName()))
-        AppLog::warn("ui", "a second start cannot reach this window: " + fromQt(server.errorString()));
+        AppLog::warn("ui",
+                     "a second start cannot reach this window: " + fromQt(server.errorString()));
 }
 
 }  // namespace zepho

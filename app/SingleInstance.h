@@ -5,10 +5,9 @@
 // the wish to be shown. Main thread only.
 #pragma once
 
+#include <QLocalServer>
 #include <functional>
 #include <memory>
-
-#include <QLocalServer>
 
 #include "core/platform/InstanceLock.h"
 

@@ -32,8 +32,8 @@ std::string StatusLine::textOf(const ServiceStats& stats) {
     const std::string busy = stats.busy ? T("(合成中)") : std::string();
     const std::string prewarm =
         stats.prewarmPending > 0 ? TF(" · 预热还剩 %d 条", stats.prewarmPending) : std::string();
-    return TF("队列 %d%@%@ · 请求 %d(失败 %d) · 缓存 %d 条 / %.1f MB / 命中率 %.0f%% · ", stats.queueDepth,
-              busy, prewarm, stats.total, stats.failed, stats.cacheCount,
+    return TF("队列 %d%@%@ · 请求 %d(失败 %d) · 缓存 %d 条 / %.1f MB / 命中率 %.0f%% · ",
+              stats.queueDepth, busy, prewarm, stats.total, stats.failed, stats.cacheCount,
               static_cast<double>(stats.cacheBytes) / 1048576, stats.cacheHitRate * 100) +
            TF("p50 %d ms · p95 %d ms · 实时率 %.2f · %@", stats.p50Ms, stats.p95Ms, rate,
               stats.engineName);

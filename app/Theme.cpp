@@ -1,7 +1,5 @@
 #include "app/Theme.h"
 
-#include <string>
-
 #include <QApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -15,8 +13,14 @@
 #include <QPalette>
 #include <QStyleFactory>
 #include <QSvgRenderer>
+#include <string>
 
 #include "app/QtText.h"
+
+// The pictures lie in a static library, whose resources nobody else would pull in.
+static void registerPictures() {
+    Q_INIT_RESOURCE(resources);
+}
 
 namespace zepho {
 namespace {
@@ -117,6 +121,7 @@ QPixmap drawn(std::string_view name, const QColor& color, int side, double scale
 }  // namespace
 
 Theme::Theme(Scheme wanted) {
+    registerPictures();
     QApplication::setStyle(QStyleFactory::create("Fusion"));
     applyFonts();
     apply(wanted == Scheme::dark || (wanted == Scheme::system && isDark()));
@@ -128,18 +133,20 @@ void Theme::askDesktop() {
     if (!bus.isConnected()) return;
     bus.connect(portalService, portalPath, portalSettings, "SettingChanged", this,
                 SLOT(settingChanged(QString, QString, QDBusVariant)));
-    QDBusMessage call = QDBusMessage::createMethodCall(portalService, portalPath, portalSettings, "Read");
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(portalService, portalPath, portalSettings, "Read");
     call.setArguments({QString(appearance), QString(colorScheme)});
     auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* done) {
-        const QDBusPendingReply<QDBusVariant> reply = *done;
-        done->deleteLater();
-        if (reply.isError()) return;
-        // The portal wraps the value twice.
-        QVariant value = reply.value().variant();
-        if (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
-        apply(value.toUInt() == prefersDark);
-    });
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this](QDBusPendingCallWatcher* done) {
+                const QDBusPendingReply<QDBusVariant> reply = *done;
+                done->deleteLater();
+                if (reply.isError()) return;
+                // The portal wraps the value twice.
+                QVariant value = reply.value().variant();
+                if (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
+                apply(value.toUInt() == prefersDark);
+            });
 }
 
 void Theme::settingChanged(const QString& group, const QString& key, const QDBusVariant& value) {
@@ -167,7 +174,8 @@ QIcon Theme::icon(std::string_view name) {
     QIcon icon;
     for (const double scale : {1.0, 2.0}) {
         icon.addPixmap(drawn(name, palette.color(QPalette::Text), 24, scale));
-        icon.addPixmap(drawn(name, palette.color(QPalette::HighlightedText), 24, scale), QIcon::Selected);
+        icon.addPixmap(drawn(name, palette.color(QPalette::HighlightedText), 24, scale),
+                       QIcon::Selected);
         icon.addPixmap(drawn(name, palette.color(QPalette::Mid), 24, scale), QIcon::Disabled);
     }
     return icon;
@@ -211,7 +219,8 @@ void Theme::applyFonts() {
     const auto known = [](std::string_view name) { return QFontDatabase::hasFamily(toQt(name)); };
     if (const auto chosen = uiFontName(lang, known)) families.prepend(toQt(*chosen));
     // Without these the system picks any font that has the character, in any nation's form.
-    families << (lang == UiLang::ja ? "Noto Sans CJK JP" : "Noto Sans CJK SC") << "Noto Color Emoji";
+    families << (lang == UiLang::ja ? "Noto Sans CJK JP" : "Noto Sans CJK SC")
+             << "Noto Color Emoji";
     QFont font = systemFont;
     font.setFamilies(families);
     QApplication::setFont(font);

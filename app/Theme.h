@@ -3,11 +3,11 @@
 // Main thread only. Icons are drawn from our own SVG files in the colours of the palette.
 #pragma once
 
-#include <string_view>
-
 #include <QColor>
+#include <QDBusVariant>
 #include <QIcon>
 #include <QObject>
+#include <string_view>
 
 namespace zepho {
 
@@ -41,7 +41,7 @@ signals:
     void changed();
 
 private slots:
-    void settingChanged(const QString& group, const QString& key, const class QDBusVariant& value);
+    void settingChanged(const QString& group, const QString& key, const QDBusVariant& value);
 
 private:
     void askDesktop();

@@ -12,11 +12,11 @@ constexpr int searchMs = 2000;
 
 Tray::Tray(AppState& state)
     : app(state),
-      status(menu.addAction({})),
-      warning(menu.addAction({})),
-      show((menu.addSeparator(), menu.addAction({}))),
-      server(menu.addAction({})),
-      end((menu.addSeparator(), menu.addAction({}))) {
+      status(menu.addAction(QString())),
+      warning(menu.addAction(QString())),
+      show((menu.addSeparator(), menu.addAction(QString()))),
+      server(menu.addAction(QString())),
+      end((menu.addSeparator(), menu.addAction(QString()))) {
     status->setEnabled(false);
     warning->setEnabled(false);
     connect(show, &QAction::triggered, this, &Tray::showWindow);
@@ -27,9 +27,11 @@ Tray::Tray(AppState& state)
             app.startServer();
     });
     connect(end, &QAction::triggered, this, [this] { app.quit(); });
-    connect(&item, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason how) {
-        if (how == QSystemTrayIcon::Trigger || how == QSystemTrayIcon::DoubleClick) emit showWindow();
-    });
+    connect(&item, &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason how) {
+                if (how == QSystemTrayIcon::Trigger || how == QSystemTrayIcon::DoubleClick)
+                    emit showWindow();
+            });
     item.setContextMenu(&menu);
     connect(&app, &AppState::ticked, this, &Tray::refresh);
     connect(&app, &AppState::serverChanged, this, &Tray::refresh);
@@ -51,7 +53,8 @@ void Tray::lookForTray() {
 
 void Tray::tellWhereWeAre() {
     if (std::exchange(told, true)) return;
-    item.showMessage(qT("Zephon 收进了托盘"), qT("服务还在后台跑。双击托盘图标可以叫回来。"), Theme::programIcon());
+    item.showMessage(qT("Zephon 收进了托盘"), qT("服务还在后台跑。双击托盘图标可以叫回来。"),
+                     Theme::programIcon());
 }
 
 void Tray::refresh() {

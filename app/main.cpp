@@ -5,12 +5,11 @@
 //
 // A second start shows the window of the first and ends with 0. Where the headless service holds the
 // data, it says so and ends with 1.
-#include <cstdio>
-#include <cstdlib>
-
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QTimer>
+#include <cstdio>
+#include <cstdlib>
 
 #include "app/AppState.h"
 #include "app/MainWindow.h"
@@ -34,7 +33,8 @@ constexpr int trayPatienceMs = 15000;
 int run(QApplication& program) {
     QCommandLineParser line;
     const QCommandLineOption hidden("hidden", "Start in the tray.");
-    const QCommandLineOption look("theme", "light or dark, instead of the desktop's own.", "look", "system");
+    const QCommandLineOption look("theme", "light or dark, instead of the desktop's own.", "look",
+                                  "system");
     line.addOptions({hidden, look});
     line.addHelpOption();
     line.addVersionOption();

@@ -38,3 +38,6 @@ target_include_directories(zepho-miniaudio SYSTEM INTERFACE ${ZEPHO_MINIAUDIO_DI
 find_path(STB_INCLUDE_DIR stb/stb_vorbis.h REQUIRED)
 add_library(zepho-stb INTERFACE)
 target_include_directories(zepho-stb SYSTEM INTERFACE ${STB_INCLUDE_DIR})
+
+# The window is built where Qt is installed; everything else does without.
+find_package(Qt6 6.4 QUIET COMPONENTS Widgets Network Svg DBus Test)

@@ -5,6 +5,8 @@
 // those in sight; a sorted table makes the keys of its column once.
 #pragma once
 
+#include <QAbstractTableModel>
+#include <QCollator>
 #include <algorithm>
 #include <functional>
 #include <numeric>
@@ -12,9 +14,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <QAbstractTableModel>
-#include <QCollator>
 
 #include "app/QtText.h"
 
@@ -28,14 +27,32 @@ public:
     [[nodiscard]] virtual int rowOf(const std::string& id) const = 0;
 };
 
+// One column: its title, how a record reads in it, and what else is not as usual.
 template <class Record>
 struct Column {
+    using Text = std::function<QString(const Record&)>;
+    using Number = std::function<double(const Record&)>;
+
+    Column(std::string title, Text shown) : titleKey(std::move(title)), text(std::move(shown)) {}
+    // Sorts by a number instead of the text.
+    Column& by(Number value) {
+        order = std::move(value);
+        return *this;
+    }
+    Column& right() {
+        alignment = Qt::AlignRight;
+        return *this;
+    }
+    Column& tip(Text shown) {
+        toolTip = std::move(shown);
+        return *this;
+    }
+
     std::string titleKey;
-    std::function<QString(const Record&)> text;
-    // A number to sort by; without it the text counts.
-    std::function<double(const Record&)> order = {};
+    Text text;
+    Number order;
     Qt::Alignment alignment = Qt::AlignLeft;
-    std::function<QString(const Record&)> toolTip = {};
+    Text toolTip;
 };
 
 template <class Record>
@@ -58,7 +75,9 @@ public:
         if (rowCount() > 0) emit dataChanged(index(0, 0), index(rowCount() - 1, columnCount() - 1));
     }
 
-    [[nodiscard]] const Record& at(int row) const { return records[order[static_cast<std::size_t>(row)]]; }
+    [[nodiscard]] const Record& at(int row) const {
+        return records[order[static_cast<std::size_t>(row)]];
+    }
     [[nodiscard]] const Record* find(const std::string& id) const {
         const int row = rowOf(id);
         return row < 0 ? nullptr : &at(row);
@@ -96,15 +115,18 @@ public:
         emit layoutAboutToBeChanged();
         const QModelIndexList before = persistentIndexList();
         std::vector<std::size_t> recordsBefore;
-        for (const QModelIndex& kept : before) recordsBefore.push_back(order[static_cast<std::size_t>(kept.row())]);
+        for (const QModelIndex& kept : before)
+            recordsBefore.push_back(order[static_cast<std::size_t>(kept.row())]);
         sortColumn = column;
         sortDirection = direction;
         arrange();
         std::vector<int> place(order.size());
-        for (std::size_t row = 0; row < order.size(); ++row) place[order[row]] = static_cast<int>(row);
+        for (std::size_t row = 0; row < order.size(); ++row)
+            place[order[row]] = static_cast<int>(row);
         QModelIndexList after;
         for (qsizetype i = 0; i < before.size(); ++i)
-            after.append(index(place[recordsBefore[static_cast<std::size_t>(i)]], before[i].column()));
+            after.append(
+                index(place[recordsBefore[static_cast<std::size_t>(i)]], before[i].column()));
         changePersistentIndexList(before, after);
         emit layoutChanged();
     }
@@ -118,8 +140,9 @@ private:
         if (column.order)
             arrangeBy<double>([&](const Record& record) { return column.order(record); });
         else
-            arrangeBy<QCollatorSortKey>(
-                [&, collator = QCollator()](const Record& record) { return collator.sortKey(column.text(record)); });
+            arrangeBy<QCollatorSortKey>([&, collator = QCollator()](const Record& record) {
+                return collator.sortKey(column.text(record));
+            });
     }
     template <class Key, class KeyOf>
     void arrangeBy(KeyOf keyOf) {

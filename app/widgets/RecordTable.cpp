@@ -67,7 +67,8 @@ void RecordTable::keepOnly(const std::set<std::string>& known) {
 void RecordTable::restore() {
     restoring = true;
     QItemSelection rows;
-    for (int row = 0, found = 0; row < model->rowCount() && found < static_cast<int>(chosen.size()); ++row) {
+    for (int row = 0, found = 0; row < model->rowCount() && found < static_cast<int>(chosen.size());
+         ++row) {
         if (!chosen.contains(model->idAt(row))) continue;
         ++found;
         rows.select(model->index(row, 0), model->index(row, model->columnCount() - 1));
@@ -80,13 +81,16 @@ void RecordTable::restore() {
 
 // What the person has selected. With a modifier held the rows out of sight stay selected, too.
 void RecordTable::take() {
-    const bool adds = (QApplication::keyboardModifiers() & (Qt::ControlModifier | Qt::ShiftModifier)) != 0;
+    const bool adds =
+        (QApplication::keyboardModifiers() & (Qt::ControlModifier | Qt::ShiftModifier)) != 0;
     std::set<std::string> now;
     if (adds) {
         now = chosen;
-        for (int row = 0; row < model->rowCount() && !now.empty(); ++row) now.erase(model->idAt(row));
+        for (int row = 0; row < model->rowCount() && !now.empty(); ++row)
+            now.erase(model->idAt(row));
     }
-    for (const QModelIndex& row : selectionModel()->selectedRows()) now.insert(model->idAt(row.row()));
+    for (const QModelIndex& row : selectionModel()->selectedRows())
+        now.insert(model->idAt(row.row()));
     chosen = std::move(now);
     emit choiceChanged();
 }

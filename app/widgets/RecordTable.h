@@ -4,10 +4,9 @@
 // person selects others.
 #pragma once
 
+#include <QTableView>
 #include <set>
 #include <string>
-
-#include <QTableView>
 
 namespace zepho {
 

@@ -27,10 +27,18 @@ void StatusDot::paintEvent(QPaintEvent*) {
     painter.setPen(Qt::NoPen);
     const Theme::Tones tones = Theme::tones();
     switch (shown) {
-        case Tone::good: painter.setBrush(tones.good); break;
-        case Tone::warning: painter.setBrush(tones.warning); break;
-        case Tone::bad: painter.setBrush(tones.bad); break;
-        case Tone::idle: painter.setBrush(palette().color(QPalette::Mid)); break;
+        case Tone::good:
+            painter.setBrush(tones.good);
+            break;
+        case Tone::warning:
+            painter.setBrush(tones.warning);
+            break;
+        case Tone::bad:
+            painter.setBrush(tones.bad);
+            break;
+        case Tone::idle:
+            painter.setBrush(palette().color(QPalette::Mid));
+            break;
     }
     const double side = std::min(width(), height()) * 0.86;
     painter.drawEllipse(QRectF((width() - side) / 2, (height() - side) / 2, side, side));

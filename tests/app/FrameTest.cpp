@@ -1,0 +1,165 @@
+// The window around the pages: state, side bar, status line, tray menu, closing, single instance.
+#include <QListWidget>
+#include <QSignalSpy>
+#include <QTcpServer>
+
+#include "app/SingleInstance.h"
+#include "app/StatusLine.h"
+#include "tests/app/WindowFixture.h"
+
+namespace zepho::test {
+namespace {
+
+using FrameTest = WindowFixture;
+
+TEST_F(FrameTest, ShowsNinePagesInOrderAndSwitchesLanguageAtOnce) {
+    auto* const sidebar = window->findChild<QListWidget*>("sidebar");
+    const auto titles = [&] {
+        QStringList all;
+        for (int i = 0; i < sidebar->count(); ++i) all << sidebar->item(i)->text();
+        return all.join(",");
+    };
+    EXPECT_EQ(titles(), "Service,Preview,Voices,Broadcast,Community hub,Cache,Models,Log,Settings");
+    EXPECT_EQ(window->windowTitle(), "Zephon — Fish S2 Pro Speech Service");
+    EXPECT_EQ(window->size(), QSize(1060, 720));
+    EXPECT_EQ(window->minimumWidth(), 960);
+    QTest::keyClick(window.get(), Qt::Key_9, Qt::ControlModifier);
+    EXPECT_EQ(window->tab(), MainTab::settings);
+    // Every page lives through every language.
+    for (const MainTabInfo& info : mainTabs) openPage(info.tab);
+    state->setLanguage(UiLang::zh);
+    EXPECT_EQ(titles(), "服务,试听,音色,广播,云分享,缓存,模型,日志,设置");
+    state->setLanguage(UiLang::ja);
+    EXPECT_EQ(window->windowTitle(), "Zephon —— Fish S2 Pro 音声サービス");
+    EXPECT_EQ(state->langTick, 2);
+}
+
+TEST_F(FrameTest, KeepsTheLogsBounded) {
+    const auto arrived = [&](std::size_t count) {
+        return eventually([&] { return state->logLines.size() == count; });
+    };
+    QCoreApplication::processEvents();
+    state->clearLog();
+    for (int i = 0; i < 2000; ++i) AppLog::info("test", "line " + std::to_string(i));
+    ASSERT_TRUE(arrived(2000));
+    AppLog::info("test", "one more");
+    ASSERT_TRUE(arrived(1501));
+    EXPECT_EQ(state->logLines.front().text, "line 500");
+    EXPECT_EQ(state->logLines.back().text, "one more");
+}
+
+TEST_F(FrameTest, StatusLineTellsWhatTheServiceDoes) {
+    ServiceStats stats;
+    stats.queueDepth = 3;
+    stats.busy = true;
+    stats.prewarmPending = 7;
+    stats.total = 12;
+    stats.failed = 2;
+    stats.cacheCount = 5;
+    stats.cacheBytes = 3 * 1048576 / 2;
+    stats.cacheHitRate = 0.5;
+    stats.p50Ms = 40;
+    stats.p95Ms = 90;
+    stats.totalSynthMs = 500;
+    stats.totalAudioMs = 2000;
+    stats.engineName = "s2";
+    EXPECT_EQ(
+        StatusLine::textOf(stats),
+        "队列 3 (busy) · 7 left to pre-bake · 请求 12(失败 2) · 缓存 5 条 / 1.5 MB / 命中率 50% · "
+        "p50 40 ms · p95 90 ms · 实时率 0.25 · s2");
+    EXPECT_EQ(
+        StatusLine::textOf({}),
+        "队列 0 · 请求 0(失败 0) · 缓存 0 条 / 0.0 MB / 命中率 0% · p50 0 ms · p95 0 ms · 实时率 0.00 · ");
+}
+
+TEST_F(FrameTest, MenuStartsAndStopsTheService) {
+    const auto entries = [&] {
+        QStringList shown;
+        for (const QAction* action : window->trayItem().contextMenu().actions())
+            if (!action->isSeparator() && action->isVisible()) shown << action->text();
+        return shown;
+    };
+    ASSERT_TRUE(state->serverRunning);
+    ASSERT_EQ(entries().size(), 5);
+    EXPECT_EQ(entries()[0], "Status: running — " + toQt(state->endpoints.front()));
+    EXPECT_EQ(entries()[1], "⚠ placeholder audio (no model yet)");
+    EXPECT_EQ(entries().mid(2), (QStringList{"Show window", "Stop", "Quit"}));
+    QAction* const server = window->trayItem().contextMenu().actions()[4];
+    server->trigger();
+    EXPECT_FALSE(state->http->isRunning());
+    EXPECT_EQ(entries()[0], "Status: stopped");
+    EXPECT_EQ(server->text(), "Start");
+    server->trigger();
+    EXPECT_TRUE(state->http->isRunning());
+}
+
+TEST_F(FrameTest, WithoutATrayClosingAsksAndNeverHides) {
+    ASSERT_FALSE(window->trayItem().isThere());
+    QSignalSpy quits(qApp, &QCoreApplication::aboutToQuit);
+    window->close();
+    EXPECT_EQ(answerMessage("Cancel"), "The service is still running. Quit anyway?");
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_TRUE(state->http->isRunning());
+    window->close();
+    answerMessage("OK");
+    EXPECT_FALSE(state->http->isRunning());
+}
+
+class TakenPortTest : public WindowFixture {
+protected:
+    void configure(AppConfig& config) override {
+        other.listen(QHostAddress::LocalHost);
+        config.port = other.serverPort();
+    }
+    QTcpServer other;
+};
+
+TEST_F(TakenPortTest, ATakenPortIsToldAndTheWindowLives) {
+    const std::string told = answerMessage();
+    EXPECT_EQ(told.find("Cannot start the service: "), 0U) << told;
+    EXPECT_FALSE(state->serverRunning);
+    other.close();
+    state->startServer();
+    EXPECT_TRUE(state->serverRunning);
+    EXPECT_TRUE(noMessage());
+}
+
+TEST_F(FrameTest, ASecondStartShowsTheFirst) {
+    auto first = std::make_unique<SingleInstance>();
+    ASSERT_FALSE(first->isTaken());
+    int shown = 0;
+    first->listen([&] { ++shown; });
+    const SingleInstance second;
+    ASSERT_TRUE(second.isTaken());
+    bool answered = false;
+    state->inBackground(
+        window.get(), [&] { return second.askToShow(); },
+        [&](const Outcome<bool>& reply) { answered = reply.ok() && *reply.value; });
+    EXPECT_TRUE(eventually([&] { return answered; }));
+    EXPECT_EQ(shown, 1);
+    first.reset();
+    const SingleInstance third;
+    EXPECT_FALSE(third.isTaken());
+    EXPECT_FALSE(second.askToShow());
+}
+
+TEST_F(FrameTest, APageThatHasGoneGetsNoCallback) {
+    auto page = std::make_unique<QObject>();
+    bool called = false;
+    bool after = false;
+    state->inBackground(
+        page.get(), [] {}, [&](const Outcome<Nothing>&) { called = true; });
+    page.reset();
+    state->inBackground(
+        window.get(), [] { throw std::runtime_error("no luck"); },
+        [&](const Outcome<Nothing>& outcome) {
+            EXPECT_FALSE(outcome.ok());
+            EXPECT_NE(outcome.error.find("no luck"), std::string::npos);
+            after = true;
+        });
+    ASSERT_TRUE(eventually([&] { return after; }));
+    EXPECT_FALSE(called);
+}
+
+}  // namespace
+}  // namespace zepho::test
