@@ -16,6 +16,7 @@
 #include "core/diag/Language.h"
 #include "core/http/TtsHttpService.h"
 #include "core/platform/InstanceLock.h"
+#include "core/platform/ServiceNotify.h"
 #include "core/platform/StopSignals.h"
 #include "core/platform/TaskQueue.h"
 #include "core/platform/Tcp.h"
@@ -62,7 +63,9 @@ int run() {
     }
     for (const std::string& url : http->allEndpoints()) std::printf("%s\n", url.c_str());
     std::fflush(stdout);
+    notifyServiceManager(ServiceState::ready);
     waitForStopSignal();
+    notifyServiceManager(ServiceState::stopping);
     http->stop();
     service->shutdown();
     return 0;

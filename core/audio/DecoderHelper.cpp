@@ -85,7 +85,7 @@ DecoderHelper::DecoderHelper(std::string program, DecoderHelperLimits limits)
     : path(std::move(program)), bounds(limits) {}
 
 DecoderHelper& DecoderHelper::shared() {
-    static DecoderHelper helper(programDirectory() + "zephon-decode");
+    static DecoderHelper helper(helperProgram("zephon-decode"));
     return helper;
 }
 

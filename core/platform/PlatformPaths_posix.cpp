@@ -19,10 +19,24 @@ std::string programDirectory() {
     return parentDirectory(executablePath());
 }
 
-std::string packagedEngineDirectory() {
-    // <prefix>/bin/zephon finds <prefix>/lib/zephon/engine/.
+namespace {
+
+// <prefix>/bin/zephon finds <prefix>/lib/zephon/.
+std::string packagedDirectory() {
     const std::string bin = programDirectory();
-    return bin.empty() ? std::string() : bin + "../lib/zephon/engine/";
+    return bin.empty() ? std::string() : bin + "../lib/zephon/";
+}
+
+}  // namespace
+
+std::string packagedEngineDirectory() {
+    const std::string packaged = packagedDirectory();
+    return packaged.empty() ? std::string() : packaged + "engine/";
+}
+
+std::string helperProgram(const std::string& name) {
+    const std::string beside = programDirectory() + name;
+    return fileExists(beside) ? beside : packagedDirectory() + name;
 }
 
 std::string homeDirectory() {
