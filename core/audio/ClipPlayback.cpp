@@ -13,6 +13,7 @@
 #define MA_NO_ENCODING
 #define MA_NO_ENGINE
 #define MA_NO_GENERATION
+#define MA_NO_JACK  // its client library leaks, and talks to stderr, where no server runs
 #define MA_NO_NODE_GRAPH
 #define MA_NO_RESOURCE_MANAGER
 #define MINIAUDIO_IMPLEMENTATION
@@ -37,8 +38,10 @@ std::vector<ma_backend> backendsOf(SoundOutput output) {
     return real;
 }
 
-// A sound server without a card offers a sink that swallows everything.
+// Without a card the library may settle for its own silent device, and a sound server for a sink of
+// that kind.
 bool swallowsEverything(ma_device& device) {
+    if (device.pContext->backend == ma_backend_null) return true;
     if (device.pContext->backend != ma_backend_pulseaudio) return false;
     ma_device_info info{};
     if (ma_device_get_info(&device, ma_device_type_playback, &info) != MA_SUCCESS) return false;
