@@ -13,6 +13,7 @@
 #define MA_NO_ENCODING
 #define MA_NO_ENGINE
 #define MA_NO_GENERATION
+#define MA_NO_JACK  // its client library leaks, and talks to stderr, where no server runs
 #define MA_NO_NODE_GRAPH
 #define MA_NO_RESOURCE_MANAGER
 #define MINIAUDIO_IMPLEMENTATION
@@ -24,6 +25,19 @@ namespace {
 // Beyond these the library's resampler has filters without end, and no recorder works there.
 constexpr int lowestRate = 1'000;
 constexpr int highestRate = 384'000;
+
+[[maybe_unused]] void saysNothing(const char*, int, const char*, int, const char*, ...) {}
+
+// ALSA's library writes a page to stderr where there is no card. The log has a line for that.
+void quieten([[maybe_unused]] ma_context& context) {
+#ifdef MA_SUPPORT_ALSA
+    if (context.backend != ma_backend_alsa) return;
+    using Handler = void (*)(const char*, int, const char*, int, const char*, ...);
+    const auto setHandler = reinterpret_cast<int (*)(Handler)>(
+        ma_dlsym(ma_context_get_log(&context), context.alsa.asoundSO, "snd_lib_error_set_handler"));
+    if (setHandler != nullptr) setHandler(saysNothing);
+#endif
+}
 
 // Where nobody listens the library has a device too, that "plays" to nobody.
 std::vector<ma_backend> backendsOf(SoundOutput output) {
@@ -48,17 +62,31 @@ bool swallowsEverything(ma_device& device) {
 }  // namespace
 
 struct ClipPlayback::Device {
+    ma_context context{};
     ma_device handle{};
+    bool contextOpen = false;
     bool open = false;
 
     Device() = default;
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
     ~Device() {
-        if (!open) return;
-        // Giving back alone would wait for a server that asks for nothing at the moment.
-        ma_device_stop(&handle);
-        ma_device_uninit(&handle);
+        if (open) {
+            // Giving back alone would wait for a server that asks for nothing at the moment.
+            ma_device_stop(&handle);
+            ma_device_uninit(&handle);
+        }
+        if (contextOpen) ma_context_uninit(&context);
+    }
+
+    ma_result openAt(ma_backend backend, const ma_device_config& config) {
+        ma_result result = ma_context_init(&backend, 1, nullptr, &context);
+        if (result != MA_SUCCESS) return result;
+        contextOpen = true;
+        quieten(context);
+        result = ma_device_init(&context, &config, &handle);
+        open = result == MA_SUCCESS;
+        return result;
     }
 
     static void onData(ma_device* device, void* output, const void*, ma_uint32 frames) {
@@ -82,7 +110,6 @@ std::shared_ptr<ClipPlayback> ClipPlayback::open(PcmBuffer clip, SoundOutput out
         failure = "a sample rate of " + std::to_string(clip.sampleRate) + " Hz";
         return nullptr;
     }
-    const std::vector<ma_backend> backends = backendsOf(output);
     std::shared_ptr<ClipPlayback> playback(new ClipPlayback(std::move(clip), signal, receiver));
 
     ma_device_config config = ma_device_config_init(ma_device_type_playback);
@@ -94,20 +121,25 @@ std::shared_ptr<ClipPlayback> ClipPlayback::open(PcmBuffer clip, SoundOutput out
     config.notificationCallback = Device::onNotification;
     config.pUserData = playback.get();
 
-    const ma_context_config context = ma_context_config_init();
-    auto device = std::make_unique<Device>();
-    const ma_result result =
-        ma_device_init_ex(backends.data(), static_cast<ma_uint32>(backends.size()), &context,
-                          &config, &device->handle);
-    if (result != MA_SUCCESS) {
+    // The first that has a device, in the library's order.
+    std::unique_ptr<Device> device;
+    failure = "there is no sound system";
+    for (const ma_backend backend : backendsOf(output)) {
+        auto candidate = std::make_unique<Device>();
+        const ma_result result = candidate->openAt(backend, config);
+        if (result == MA_SUCCESS) {
+            device = std::move(candidate);
+            break;
+        }
         failure = ma_result_description(result);
-        return nullptr;
     }
-    device->open = true;
+    if (!device) return nullptr;
     if (output == SoundOutput::card && swallowsEverything(device->handle)) {
+        // No other way round the server: they lead to the same sink.
         failure = "there is no sound card";
         return nullptr;
     }
+    failure.clear();
     const auto& sink = device->handle.playback;
     const double bufferSeconds = static_cast<double>(sink.internalPeriodSizeInFrames) *
                                  sink.internalPeriods /

@@ -58,6 +58,10 @@ protected:
         post.pop_front();
         return run;
     }
+    // A clip that ended just before it was cut off may have posted, to no effect.
+    void runPostUntil(const std::function<bool()>& done) {
+        while (!done() && !HasFailure()) next()();
+    }
     bool isQuiet() {
         const std::lock_guard guard(lock);
         return post.empty();
@@ -82,26 +86,31 @@ TEST_F(WavPlayerTest, PlaysToTheEndInRealTimeAndTellsTheMainThread) {
     const auto begun = Clock::now();
     ASSERT_TRUE(player.play(toneOf(300), 0));
     EXPECT_EQ(player.durationMs(), 300);
-    std::int64_t last = 0;
-    std::int64_t steps = 0;
-    while (player.isPlaying()) {
-        const std::int64_t now = player.positionMs();
-        if (!player.isPlaying()) break;
-        EXPECT_GE(now, last);
-        EXPECT_LE(now, 300);
-        steps += now > last;
-        last = now;
-        std::this_thread::yield();
-    }
     const auto run = next();
     EXPECT_GE(Clock::now() - begun, 300ms);
-    EXPECT_GT(steps, 1);
     EXPECT_EQ(finished, 0) << "not before the main thread runs it";
     run();
     EXPECT_EQ(finished, 1);
     EXPECT_FALSE(player.isPlaying());
     EXPECT_EQ(player.positionMs(), 0);
     EXPECT_EQ(player.durationMs(), 300);
+}
+
+TEST_F(WavPlayerTest, ThePositionMovesWhileItPlays) {
+    WavPlayer player(SoundOutput::silent);
+    ASSERT_TRUE(player.play(toneOf(60'000), 0));
+    std::int64_t last = 0;
+    for (int steps = 0; steps < 3 && player.isPlaying();) {
+        const std::int64_t now = player.positionMs();
+        EXPECT_GE(now, last);
+        EXPECT_LE(now, 60'000);
+        steps += now > last;
+        last = now;
+        std::this_thread::yield();
+    }
+    EXPECT_GT(last, 0);
+    player.stop();
+    EXPECT_EQ(player.positionMs(), 0);
 }
 
 TEST_F(WavPlayerTest, RefusesWhatItCannotPlay) {
@@ -159,8 +168,7 @@ TEST_F(WavPlayerTest, ACutOffOrStoppedClipTellsNoEnd) {
     player.stop();
     player.stop();
     ASSERT_TRUE(player.play(toneOf(400), 0));
-    EXPECT_TRUE(player.isPlaying());
-    next()();
+    runPostUntil([&] { return finished > 0; });
     EXPECT_EQ(finished, 1);
     EXPECT_TRUE(isQuiet());
 }
@@ -234,7 +242,7 @@ TEST_F(WavPlayerTest, AnyThreadMayPlayAndStop) {
         post.clear();
     }
     ASSERT_TRUE(player.play(tone, 0));
-    next()();
+    runPostUntil([&] { return finished > 0; });
     EXPECT_EQ(finished, 1);
 }
 
