@@ -176,7 +176,8 @@ void AppState::shutdown() {
 
 void AppState::quit() {
     shutdown();
-    QCoreApplication::quit();
+    // quit() would ask the window first, which would ask the person again.
+    QCoreApplication::exit(0);
 }
 
 // ---- dialogs
