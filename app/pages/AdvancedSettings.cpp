@@ -116,7 +116,7 @@ QLineEdit* AdvancedSettings::numberEdit(QFormLayout* form, std::string_view key,
     layout->setContentsMargins(0, 0, 0, 0);
     auto* edit = new QLineEdit(row);
     edit->setObjectName(objectName);
-    edit->setFixedWidth(fontMetrics().averageCharWidth() * numberLetters);
+    edit->setFixedWidth(fontMetrics().horizontalAdvance('0') * numberLetters);
     layout->addWidget(edit);
     QLabel* const beside = dimLabel();
     if (!note.empty()) say(beside, note);

@@ -14,8 +14,8 @@ namespace zepho {
 namespace {
 
 // Wide enough for the longest label in every language, so that the fields of all blocks line up.
-constexpr int labelLetters = 20;
-constexpr int fieldLetters = 72;
+constexpr int labelLetters = 19;
+constexpr int fieldLetters = 64;
 
 }  // namespace
 
@@ -58,7 +58,7 @@ QLabel* FormPage::addField(QFormLayout* form, std::string_view key, QWidget* fie
                            QWidget* control) {
     QWidget* const named = control != nullptr ? control : field;
     auto* label = new QLabel(this);
-    label->setMinimumWidth(fontMetrics().averageCharWidth() * labelLetters);
+    label->setMinimumWidth(fontMetrics().horizontalAdvance('0') * labelLetters);
     label->setBuddy(named);
     say(label, key);
     name(named, key);
@@ -69,7 +69,7 @@ QLabel* FormPage::addField(QFormLayout* form, std::string_view key, QWidget* fie
 QLineEdit* FormPage::addEdit(QFormLayout* form, std::string_view key, const char* objectName) {
     auto* edit = new QLineEdit(this);
     edit->setObjectName(objectName);
-    edit->setMaximumWidth(fontMetrics().averageCharWidth() * fieldLetters);
+    edit->setMaximumWidth(fontMetrics().horizontalAdvance('0') * fieldLetters);
     addField(form, key, edit);
     return edit;
 }
@@ -78,7 +78,7 @@ ChoiceBox* FormPage::addChoice(QFormLayout* form, std::string_view key, const ch
                                std::function<QStringList()> items) {
     auto* choice = new ChoiceBox(this);
     choice->setObjectName(objectName);
-    choice->setMaximumWidth(fontMetrics().averageCharWidth() * fieldLetters);
+    choice->setMaximumWidth(fontMetrics().horizontalAdvance('0') * fieldLetters);
     if (items) texts([choice, items = std::move(items)] { choice->setTexts(items()); });
     addField(form, key, choice);
     return choice;

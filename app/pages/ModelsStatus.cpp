@@ -44,6 +44,7 @@ ModelsStatus::Line ModelsStatus::addLine(QGridLayout* grid, std::string_view key
     line.value->setTextFormat(Qt::PlainText);
     line.value->setTextInteractionFlags(Qt::TextSelectableByMouse);
     // A long path is cut rather than that it widens the page; its tool tip is whole.
+    line.value->setWordWrap(true);
     line.value->setMinimumWidth(1);
     line.value->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     grid->addWidget(line.mark, row, 0, Qt::AlignVCenter);

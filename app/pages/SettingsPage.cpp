@@ -97,10 +97,13 @@ void SettingsPage::addBasic(QVBoxLayout* to) {
     compute = addChoice(form, "计算后端", "compute", backendNames);
     computeLine = dimLabel();
     computeLine->setObjectName("computeLine");
-    form->addRow(QString(), computeLine);
     QLabel* const codec = dimLabel();
     say(codec, "codec 留在 CPU(Metal 后端没有 PAD 算子)");
-    form->addRow(QString(), codec);
+    auto* notes = new QVBoxLayout;
+    notes->setSpacing(2);
+    notes->addWidget(computeLine);
+    notes->addWidget(codec);
+    form->addRow(QString(), notes);
     connect(compute, &QComboBox::currentIndexChanged, this, [this] { showCompute(); });
     texts([this] { showCompute(); });
 
