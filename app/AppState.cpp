@@ -44,6 +44,7 @@ AppState::AppState(Surroundings around)
       player(std::make_unique<WavPlayer>(surroundings.sound)),
       downloader(ModelDownloader::make()) {
     workers.setMaxThreadCount(workerLimit);
+    turns.setMaxThreadCount(1);
     ZEPHOPaths::ensureDirectories();
     config->load();
     setUiLang(config->uiLanguage);
@@ -171,6 +172,8 @@ void AppState::shutdown() {
     player->stop();
     downloader->cancel();
     http->stop();
+    // An engine that starts after this would outlive the program's orderly end.
+    turns.clear();
     service->shutdown();
 }
 
@@ -245,6 +248,16 @@ void AppState::setLanguage(UiLang lang) {
     emit languageChanged();
     // The engine's own sentences come in the new language, too.
     tick();
+}
+
+void AppState::saveAndApply(QObject* page, std::function<void()> done) {
+    inBackground(
+        page, [config = config] { config->save(); },
+        [this, page, done = std::move(done)](const Outcome<Nothing>&) {
+            inTurn(
+                page, [service = service] { service->applyConfig(); },
+                [done](const Outcome<Nothing>&) { done(); });
+        });
 }
 
 void AppState::setMessage(const QString& text) {

@@ -84,6 +84,8 @@ public:
     void openEngineLog();
 
     void setLanguage(UiLang lang);
+    // Saves the configuration, lets the service take it over, and then runs `done` if `page` lives.
+    void saveAndApply(QObject* page, std::function<void()> done);
     void setMessage(const QString& text);
     void setResult(const TtsResult& result);
     // Plays the clip and tells `then` whether it began.
@@ -99,14 +101,13 @@ public:
     // Runs `work` on another thread and then, if `page` still lives, `done` with its Outcome here.
     template <class Work, class Done>
     void inBackground(QObject* page, Work work, Done done) {
-        const QPointer<QObject> alive(page);
-        workers.start([alive, work = std::move(work), done = std::move(done)]() mutable {
-            // A shared pointer, as a function that is posted must be copyable.
-            auto outcome = std::make_shared<decltype(attempt(work))>(attempt(work));
-            onMainThread([alive, outcome, done = std::move(done)]() mutable {
-                if (alive) done(std::move(*outcome));
-            });
-        });
+        runOn(workers, page, std::move(work), std::move(done));
+    }
+    // The same, one after the other in the order of the calls: for what restarts the engine. What has
+    // not begun when the program ends does not run.
+    template <class Work, class Done>
+    void inTurn(QObject* page, Work work, Done done) {
+        runOn(turns, page, std::move(work), std::move(done));
     }
 
     // Constant after construction; each guards itself.
@@ -158,6 +159,17 @@ signals:
     void languageChanged();  // langTick
 
 private:
+    template <class Work, class Done>
+    void runOn(QThreadPool& pool, QObject* page, Work work, Done done) {
+        const QPointer<QObject> alive(page);
+        pool.start([alive, work = std::move(work), done = std::move(done)]() mutable {
+            // A shared pointer, as a function that is posted must be copyable.
+            auto outcome = std::make_shared<decltype(attempt(work))>(attempt(work));
+            onMainThread([alive, outcome, done = std::move(done)]() mutable {
+                if (alive) done(std::move(*outcome));
+            });
+        });
+    }
     void installLogHandlers();
     void setServerRunning(bool running);
     void setPlaying(bool now);
@@ -168,7 +180,9 @@ private:
     std::vector<std::function<void()>> waitingDialogs;
     std::uint64_t hubTurn = 0;  // of the last list that was asked for
     bool isShutDown = false;
-    QThreadPool workers;  // the last member: its end waits for what runs
+    // The last members: their end waits for what runs.
+    QThreadPool workers;
+    QThreadPool turns;
 };
 
 }  // namespace zepho

@@ -289,6 +289,14 @@ void AppConfig::reset() {
     hubShares.clear();
 }
 
+void AppConfig::applyBounds() {
+    EngineOptions options = engine;
+    // Without a file to read from, a line reads its present value.
+    for (const SettingRow& line : settingRows()) line.read(*this, options, nullptr);
+    engine = options;
+    raiseOldTimeouts();
+}
+
 std::string AppConfig::baseUrl() const {
     const std::string address = bindAddress;
     const bool everywhere = address.empty() || address == "0.0.0.0";

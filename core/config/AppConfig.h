@@ -46,6 +46,8 @@ public:
     void save(const std::optional<std::string>& path = std::nullopt) const;
     // Back to the defaults, tables included. Does not save.
     void reset();
+    // Brings what was assigned within the bounds that load() keeps to.
+    void applyBounds();
 
     // The address at which a client on this machine reaches the service.
     [[nodiscard]] std::string baseUrl() const;
