@@ -131,9 +131,21 @@ void AppState::reloadBindings() {
 }
 
 void AppState::reloadCache() {
-    const std::map<std::string, CacheEntry> now = service->cache.snapshot();
-    cacheEntries.assign(now.begin(), now.end());
-    emit cacheChanged();
+    const std::uint64_t turn = ++cacheTurn;
+    inBackground(
+        this,
+        [service = service] {
+            std::map<std::string, CacheEntry> now = service->cache.snapshot();
+            auto entries = std::make_shared<CacheSnapshot>();
+            entries->reserve(now.size());
+            for (auto& [key, entry] : now) entries->emplace_back(key, std::move(entry));
+            return std::shared_ptr<const CacheSnapshot>(std::move(entries));
+        },
+        [this, turn](Outcome<std::shared_ptr<const CacheSnapshot>> made) {
+            if (turn != cacheTurn || !made.ok()) return;
+            cacheEntries = std::move(*made.value);
+            emit cacheChanged();
+        });
 }
 
 void AppState::reloadModels() {

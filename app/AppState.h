@@ -34,6 +34,9 @@
 
 namespace zepho {
 
+// The clips of the cache by their keys, in the order of these. Shared, as there may be a great many.
+using CacheSnapshot = std::vector<std::pair<std::string, CacheEntry>>;
+
 // The outside world as the program finds it; tests put their own in its place.
 struct Surroundings {
     HubService hub;
@@ -59,6 +62,7 @@ public:
     void pageChanged(MainTab to);
     void reloadVoices();
     void reloadBindings();
+    // The copy of a large cache takes a while, and so comes a moment later.
     void reloadCache();
     void reloadModels();
 
@@ -127,7 +131,7 @@ public:
     std::vector<RequestLog> requestLines;
     std::vector<VoiceInfo> voices;
     std::vector<Binding> bindings;
-    std::vector<std::pair<std::string, CacheEntry>> cacheEntries;
+    std::shared_ptr<const CacheSnapshot> cacheEntries = std::make_shared<CacheSnapshot>();
     std::vector<std::string> installedModelFiles;
     DownloadProgress download;
     std::optional<TtsResult> lastResult;
@@ -178,7 +182,8 @@ private:
     QPointer<QWidget> window;
     bool windowKnown = false;
     std::vector<std::function<void()>> waitingDialogs;
-    std::uint64_t hubTurn = 0;  // of the last list that was asked for
+    std::uint64_t hubTurn = 0;    // of the last list that was asked for
+    std::uint64_t cacheTurn = 0;  // of the last snapshot that was asked for
     bool isShutDown = false;
     // The last members: their end waits for what runs.
     QThreadPool workers;

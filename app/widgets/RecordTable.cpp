@@ -67,12 +67,23 @@ void RecordTable::keepOnly(const std::set<std::string>& known) {
 void RecordTable::restore() {
     restoring = true;
     QItemSelection rows;
-    for (int row = 0, found = 0; row < model->rowCount() && found < static_cast<int>(chosen.size());
-         ++row) {
-        if (!chosen.contains(model->idAt(row))) continue;
+    // Neighbours go as one range: drawing a cell looks through all of them.
+    int first = -1;
+    const auto endRange = [&](int row) {
+        if (first >= 0)
+            rows.select(model->index(first, 0), model->index(row - 1, model->columnCount() - 1));
+        first = -1;
+    };
+    int row = 0;
+    for (int found = 0; row < model->rowCount() && found < static_cast<int>(chosen.size()); ++row) {
+        if (!chosen.contains(model->idAt(row))) {
+            endRange(row);
+            continue;
+        }
         ++found;
-        rows.select(model->index(row, 0), model->index(row, model->columnCount() - 1));
+        if (first < 0) first = row;
     }
+    endRange(row);
     selectionModel()->select(rows, QItemSelectionModel::ClearAndSelect);
     if (!rows.isEmpty())
         selectionModel()->setCurrentIndex(rows.first().topLeft(), QItemSelectionModel::NoUpdate);

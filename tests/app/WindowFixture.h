@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QAbstractButton>
+#include <QAbstractItemView>
 #include <QApplication>
 #include <QFileDialog>
 #include <QLineEdit>
@@ -39,6 +40,8 @@ protected:
         configure(config);
         config.save();
         around.sound = SoundOutput::silent;
+        // Refuses at once: no test asks the real one.
+        around.hub.address = "http://127.0.0.1:1/API/hub.php";
         around.open = [this](const QString& address) {
             opened.push_back(address);
             return true;
@@ -80,6 +83,8 @@ protected:
         ASSERT_TRUE(found->isEnabled()) << fromQt(text);
         QTest::mouseClick(found, Qt::LeftButton);
     }
+    // Tables and lists have members of that name that hide it.
+    static QAbstractItemModel& rowsOf(QAbstractItemView* view) { return *view->model(); }
     static bool eventually(const std::function<bool()>& holds) {
         return QTest::qWaitFor(holds, 30000);
     }

@@ -30,12 +30,16 @@ struct StandInHub::Machine {
     // Guarded by lock.
     std::mutex lock;
     HubAnswer answer;
+    std::map<std::string, HubAnswer> answers;  // of single operations
     std::vector<HubRequestSeen> seen;
 
     void handle(HubRequestSeen request, httplib::Response& response) {
         const std::lock_guard guard(lock);
-        response.status = answer.status;
-        response.set_content(answer.body, "application/json");
+        const auto named = request.query.find("a");
+        const auto own = answers.find(named == request.query.end() ? request.path : named->second);
+        const HubAnswer& chosen = own == answers.end() ? answer : own->second;
+        response.status = chosen.status;
+        response.set_content(chosen.body, "application/json");
         seen.push_back(std::move(request));
     }
     static HubRequestSeen headOf(const httplib::Request& request) {
@@ -98,6 +102,11 @@ std::string StandInHub::address() const {
 void StandInHub::answer(HubAnswer answer) {
     const std::lock_guard guard(machine->lock);
     machine->answer = std::move(answer);
+}
+
+void StandInHub::answerTo(const std::string& operation, HubAnswer answer) {
+    const std::lock_guard guard(machine->lock);
+    machine->answers[operation] = std::move(answer);
 }
 
 std::vector<HubRequestSeen> StandInHub::takeSeen() {

@@ -34,8 +34,8 @@ struct HubRequestSeen {
     std::vector<HubFormPart> parts;  // of a form, in their order
 };
 
-// A well-behaved server (cpp-httplib) that gives everybody the same answer and writes down what it
-// was asked. Any thread.
+// A well-behaved server (cpp-httplib) that gives everybody the same answer, or each operation its own,
+// and writes down what it was asked. Any thread.
 class StandInHub {
 public:
     StandInHub();
@@ -45,6 +45,8 @@ public:
 
     [[nodiscard]] std::string address() const;
     void answer(HubAnswer answer);
+    // To this operation ("list", "upload", "delete", or the path of a download) from now on.
+    void answerTo(const std::string& operation, HubAnswer answer);
     // What came in since the last call.
     std::vector<HubRequestSeen> takeSeen();
 
