@@ -72,7 +72,7 @@ ClipTextSheet::ClipTextSheet(AppState& state, ClipTextRequest asked, Done onDone
     showSummary();
     const QFontMetrics metrics = fontMetrics();
     const int room = screen()->availableSize().height() * 85 / 100;
-    resize(metrics.averageCharWidth() * 92, std::min(room, sizeHint().height()));
+    resize(metrics.averageCharWidth() * 62, std::min(room, sizeHint().height()));
 }
 
 void ClipTextSheet::addVoiceFields(QVBoxLayout* to) {

@@ -49,6 +49,8 @@ VoiceEditor::VoiceEditor(AppState& state, QWidget* parent)
     auto* scroll = new QScrollArea(this);
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setWidgetResizable(true);
+    // As high as the form beside it.
+    scroll->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Ignored);
     clips = new QWidget(this);
     clipColumn = new QVBoxLayout(clips);
     clipColumn->setContentsMargins(0, 0, 6, 0);
@@ -60,6 +62,8 @@ VoiceEditor::VoiceEditor(AppState& state, QWidget* parent)
     halves->setSpacing(28);
     halves->addLayout(form, 1);
     halves->addLayout(right, 1);
+
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 
     connect(save, &QPushButton::clicked, this, [this] { onSave(); });
     for (QLineEdit* field : {display, style, note})

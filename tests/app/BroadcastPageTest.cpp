@@ -82,7 +82,7 @@ TEST_F(BroadcastPageTest, ABindingWhoseVoiceIsGone) {
     state->reloadBindings();
     Page& page = openPage(MainTab::broadcast);
     EXPECT_EQ(shown(page), "CA Auto Default Aki\nCA 中文 Male this voice no longer exists\n");
-    const QAbstractItemModel* const model = table(page).model();
+    const QAbstractItemModel* const model = control<QTableView>(page, "bindings")->model();
     EXPECT_EQ(model->index(1, 0).data(Qt::ToolTipRole).toString(),
               "Without this row: Aki (CA · Auto · Default)");
     EXPECT_EQ(model->index(0, 0).data(Qt::ToolTipRole).toString(),

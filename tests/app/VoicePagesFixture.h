@@ -56,11 +56,11 @@ protected:
         box->setCurrentIndex(box->findText(text, Qt::MatchStartsWith));
     }
     static QString cell(QWidget& in, const QString& table, int row, int column) {
-        const QAbstractItemModel* model = control<RecordTable>(in, table)->model();
+        const QAbstractItemModel* model = control<QTableView>(in, table)->model();
         return model->index(row, column).data().toString();
     }
     static int rowsOf(QWidget& in, const QString& table) {
-        return control<RecordTable>(in, table)->model()->rowCount();
+        return control<QTableView>(in, table)->model()->rowCount();
     }
     static std::string status(QWidget& in) { return fromQt(control<QLabel>(in, "status")->text()); }
     // A voice straight into the library, where a test is about something else.
