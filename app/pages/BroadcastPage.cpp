@@ -93,7 +93,7 @@ BroadcastPage::BroadcastPage(AppState& state)
         "两种性别。选中一行按 Ctrl+C 复制成文字(没选就复制全部),Ctrl+V 从表格软件粘贴。");
     table->setObjectName("bindings");
     table->setMinimumHeight(table->fontMetrics().height() * 6);
-    table->setColumnWidth(1, table->fontMetrics().averageCharWidth() * 22);
+    table->setColumnWidth(1, table->fontMetrics().averageCharWidth() * 14);
     name(table, "广播");
     all->addWidget(table, 1);
     addForm(all);

@@ -12,6 +12,11 @@
 #include "app/widgets/SpeechPickers.h"
 
 namespace zepho {
+namespace {
+
+constexpr int rowSpacing = 8;
+
+}  // namespace
 
 VoiceEditor::VoiceEditor(AppState& state, QWidget* parent)
     : Page(state, parent),
@@ -34,17 +39,20 @@ VoiceEditor::VoiceEditor(AppState& state, QWidget* parent)
     say(save, "保存修改");
     auto* form = new QFormLayout;
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
-    addRow(form, "名称", display);
-    addRow(form, "语言", language);
-    addRow(form, "性别", gender);
-    addRow(form, "风格标签", style);
-    addRow(form, "备注", note);
-    auto* saveLine = new QHBoxLayout;
-    saveLine->addWidget(save);
-    saveLine->addStretch();
-    form->addRow(nullptr, saveLine);
+    form->setVerticalSpacing(rowSpacing);
+    addRow(form, "名称", display, display);
+    addRow(form, "语言", language, language);
+    addRow(form, "性别", gender, gender);
+    addRow(form, "风格标签", style, style);
+    auto* lastLine = new QWidget(this);
+    auto* beside = new QHBoxLayout(lastLine);
+    beside->setContentsMargins(0, 0, 0, 0);
+    beside->addWidget(note, 1);
+    beside->addWidget(save);
+    addRow(form, "备注", lastLine, note);
 
     auto* right = new QVBoxLayout;
+    right->setSpacing(rowSpacing);
     addTitle(right, "参考音频");
     auto* scroll = new QScrollArea(this);
     scroll->setFrameShape(QFrame::NoFrame);
@@ -72,11 +80,11 @@ VoiceEditor::VoiceEditor(AppState& state, QWidget* parent)
         });
 }
 
-void VoiceEditor::addRow(QFormLayout* form, std::string_view key, QWidget* field) {
+void VoiceEditor::addRow(QFormLayout* form, std::string_view key, QWidget* line, QWidget* field) {
     auto* label = new QLabel(this);
     say(label, key);
     label->setBuddy(field);
-    form->addRow(label, field);
+    form->addRow(label, line);
 }
 
 void VoiceEditor::load(const VoiceInfo& voice) {

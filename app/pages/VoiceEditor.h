@@ -43,7 +43,8 @@ public:
     std::function<void(int index)> onDeleteClip;
 
 private:
-    void addRow(QFormLayout* form, std::string_view key, QWidget* field);
+    // A line of the form; the label leads to `field`, which is the line or in it.
+    void addRow(QFormLayout* form, std::string_view key, QWidget* line, QWidget* field);
 
     QLineEdit* const display;
     LanguagePicker* const language;

@@ -78,7 +78,7 @@ VoicesPage::VoicesPage(AppState& state)
     addHint(all, "音频文件拖到表格上也行:拖到一行上就加给那个音色,拖到空白处就克隆新的。");
     table->setObjectName("voices");
     table->setMinimumHeight(table->fontMetrics().height() * 6);
-    table->setColumnWidth(1, table->fontMetrics().averageCharWidth() * 18);
+    table->setColumnWidth(1, table->fontMetrics().averageCharWidth() * 14);
     name(table, "音色");
     all->addWidget(table, 1);
     addButtons(all);
