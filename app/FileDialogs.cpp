@@ -45,7 +45,10 @@ void chooseSavePath(QWidget* parent, const QString& name, const QString& suffix,
 QString fileKinds(const QString& row) {
     const qsizetype bar = row.indexOf('|');
     if (bar < 0) return row;
-    return row.left(bar) + " (" + row.mid(bar + 1).replace(';', ' ') + ")";
+    QString kinds = row.left(bar);
+    // Some descriptions name the patterns already.
+    if (kinds.endsWith(')')) return kinds.replace(';', ' ');
+    return kinds + " (" + row.mid(bar + 1).replace(';', ' ') + ")";
 }
 
 }  // namespace zepho
