@@ -255,8 +255,10 @@ void AppState::openEngineLog() {
 // ---- what the pages ask for
 
 void AppState::setLanguage(UiLang lang) {
+    const bool untouched = lastMessage == qT("还没有合成过。");
     setUiLang(lang);
     ++langTick;
+    if (untouched) setMessage(qT("还没有合成过。"));
     emit languageChanged();
     // The engine's own sentences come in the new language, too.
     tick();
@@ -289,6 +291,7 @@ void AppState::setPlaying(bool now) {
 }
 
 void AppState::play(SharedBytes wav, std::int64_t durationMs, std::function<void(bool)> then) {
+    playedClip = wav;
     inBackground(
         this,
         [player = player.get(), wav = std::move(wav), durationMs] {

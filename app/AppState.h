@@ -137,6 +137,7 @@ public:
     std::optional<TtsResult> lastResult;
     QString lastMessage;
     bool playing = false;
+    SharedBytes playedClip;  // the one that play() was given last
     std::vector<HubItem> hubAll;
     HubKind hubKind = HubKind::voices;
     bool hubBusy = false;
