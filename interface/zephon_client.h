@@ -1131,7 +1131,8 @@ public:
         return result;
     }
 
-    // Orders lines to be spoken into the cache, and returns at once.
+    // Orders lines to be spoken into the cache, and returns at once. A single line goes out in the
+    // form in which it is spoken, so that what balances on lines finds it, too.
     Result<PrewarmCounts> prewarm(const std::vector<Line>& lines) {
         std::string items;
         for (const Line& line : lines) {
@@ -1143,7 +1144,7 @@ public:
             items += (items.empty() ? "" : ",") + detail::lineText(line);
         }
         return ask<PrewarmCounts>(
-            "POST", "/v1/prewarm", "{\"items\":[" + items + "]}",
+            "POST", "/v1/prewarm", lines.size() == 1 ? items : "{\"items\":[" + items + "]}",
             [](detail::Fields& fields, PrewarmCounts& counts) {
                 fields.read("queued", counts.queued).read("cached", counts.cached);
                 fields.read("skipped_empty", counts.skippedEmpty).read("pending", counts.pending);
