@@ -99,23 +99,24 @@ public:
     Progress(std::size_t lineCount, bool isSilent)
         : total(std::max<std::size_t>(lineCount, 1)), silent(isSilent) {}
 
-    void show(std::size_t ready, const std::string& what) {
+    // `isStep` is something else than more of the same, and is told elsewhere than on a terminal, too.
+    void show(std::size_t ready, const std::string& what, bool isStep = false) {
         if (silent) return;
         ready = std::min(ready, total);
-        const std::size_t tenth = ready * 10 / total;
-        if (!redraws && tenth == shownTenth && what == shownWhat) return;
-        shownTenth = tenth;
-        shownWhat = what;
         constexpr std::size_t width = 30;
         const std::size_t filled = ready * width / total;
-        std::string text = "[" + std::string(filled, '#') + std::string(width - filled, '.') +
-                           "] " + std::to_string(ready) + "/" + std::to_string(total) + " " + what;
-        if (redraws) {
-            const std::size_t length = text.size();
-            if (length < shownLength) text.append(shownLength - length, ' ');
-            shownLength = length;
-        }
-        std::cerr << (redraws ? "\r" : "") << text << (redraws ? "" : "\n") << std::flush;
+        const std::string text = "[" + std::string(filled, '#') + std::string(width - filled, '.') +
+                                 "] " + std::to_string(ready) + "/" + std::to_string(total) + " " +
+                                 what;
+        const std::size_t tenth = ready * 10 / total;
+        if (text == shown || (!redraws && !isStep && tenth == shownTenth)) return;
+        shownTenth = tenth;
+        const std::size_t cleared = text.size() < shown.size() ? shown.size() - text.size() : 0;
+        shown = text;
+        if (redraws)
+            std::cerr << '\r' << text << std::string(cleared, ' ') << std::flush;
+        else
+            std::cerr << text << std::endl;
     }
     void finish() const {
         if (redraws && !silent) std::cerr << '\n';
@@ -126,8 +127,7 @@ private:
     const bool silent;
     const bool redraws = zepho::isTerminal(stderr);
     std::size_t shownTenth = SIZE_MAX;
-    std::size_t shownLength = 0;
-    std::string shownWhat;
+    std::string shown;
 };
 
 class Prebake {
@@ -198,7 +198,7 @@ private:
             ++hits;
             progress.show(lines.size(), "checking");
         }
-        progress.show(hits + empty, failed.empty() ? "done" : "done but for some");
+        progress.show(hits + empty, failed.empty() ? "done" : "done but for some", true);
     }
 
     void report() const {
