@@ -1,7 +1,10 @@
-"""Three zephonds behind HAProxy with deploy/haproxy.cfg. Usage: scale.py <programs> <seconds>
+"""Three zephonds behind HAProxy with deploy/haproxy.cfg.
+
+Usage: scale.py <programs> <seconds> [--no-retry]
 
 Shows that each line lives on one node however it is asked for, that voices reach every node with
-zephonctl, and that a node killed under load loses at most the requests that it had in hand.
+zephonctl, and that a node killed under load loses at most the requests that it had in hand. With --no-retry HAProxy
+sends no request that was under way to another node, so that the loss itself can be seen.
 """
 
 import collections
@@ -52,6 +55,10 @@ class Front:
             if f":{old}" not in text:
                 raise SystemExit(f"no address with port {old} in haproxy.cfg")
             text = text.replace(f":{old}", f":{new}")
+        if "--no-retry" in sys.argv:
+            if "conn-failure empty-response" not in text:
+                raise SystemExit("no retry in haproxy.cfg")
+            text = text.replace("conn-failure empty-response", "conn-failure")
         self.folder = tempfile.TemporaryDirectory(prefix="zephon-front-")
         path = pathlib.Path(self.folder.name) / "haproxy.cfg"
         path.write_text(text)
