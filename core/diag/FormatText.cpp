@@ -19,9 +19,29 @@ std::string printfSpelling(std::string_view format) {
     return spelled;
 }
 
+// Whether a width or precision is beyond what any text needs, or comes from an argument: a slip in a
+// translation must not cost gigabytes of blanks.
+bool isTooWide(std::string_view format) {
+    constexpr std::size_t mostDigits = 3;
+    for (std::size_t pos = format.find('%'); pos < format.size(); pos = format.find('%', pos)) {
+        std::size_t digits = 0;
+        for (++pos; pos < format.size(); ++pos) {
+            const char c = format[pos];
+            const bool isDigit = c >= '0' && c <= '9';
+            if (!isDigit && c != '.' && c != '-' && c != '+' && c != ' ' && c != '#') break;
+            digits = isDigit ? digits + 1 : 0;
+            if (digits > mostDigits) return true;
+        }
+        if (pos < format.size() && format[pos] == '*') return true;
+        if (pos < format.size()) ++pos;
+    }
+    return false;
+}
+
 }  // namespace
 
 std::string formatTextWith(std::string_view format, std::initializer_list<FormatArg> arguments) {
+    if (isTooWide(format)) return std::string(format);
     fmt::dynamic_format_arg_store<fmt::printf_context> store;
     for (const FormatArg& argument : arguments)
         std::visit([&store](const auto& value) { store.push_back(value); }, argument.value);

@@ -7,39 +7,17 @@ binding holds. Files are whole at every moment, right after the kill included.
 import base64
 import http.client
 import json
-import math
 import pathlib
 import random
-import struct
 import sys
 import threading
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tools"))
 from live_service import Service  # noqa: E402
+from store_checks import json_faults, temporary_files, tone_wav, wav_fault  # noqa: E402
 
 GONE = (OSError, http.client.HTTPException)
-
-
-def tone_wav(number):
-    """1.2 seconds of a tone; another number is another clip."""
-    samples = b"".join(struct.pack("<h", int(8000 * math.sin(i * (0.05 + number % 997 / 9000))))
-                       for i in range(9600))
-    return (b"RIFF" + struct.pack("<I", 36 + len(samples)) + b"WAVEfmt " +
-            struct.pack("<IHHIIHH", 16, 1, 1, 8000, 16000, 2, 16) +
-            b"data" + struct.pack("<I", len(samples)) + samples)
-
-
-def wav_fault(path):
-    data = path.read_bytes()
-    if len(data) < 44 or data[:4] != b"RIFF" or data[8:12] != b"WAVE":
-        return "no WAV"
-    if struct.unpack_from("<I", data, 4)[0] + 8 != len(data):
-        return f"RIFF size {struct.unpack_from('<I', data, 4)[0] + 8}, file size {len(data)}"
-    at = data.find(b"data", 12)
-    if at < 0 or at + 8 + struct.unpack_from("<I", data, at + 4)[0] != len(data):
-        return "data chunk and file end apart"
-    return None
 
 
 class Crash:
@@ -50,11 +28,10 @@ class Crash:
         self.lock = threading.Lock()
         self.lines = []      # (text, file name) answered with 200
         self.voices = set()  # ids answered with 200 and not deleted since
-        self.deleting = set()  # ids whose end was asked for
-        self.half_deleted = set()  # of these, the ones that are listed without their clips
+        self.deleting = set()  # ids whose end was asked for; may be listed without their clips
         self.bindings = {}   # key -> values that may stand there: the acknowledged, and one under way
         self.checked = {}    # file name -> time of the version that was whole
-        self.asked = 0
+        self.asked = self.promised = self.cloned = 0
         self.problems = []
 
     def problem(self, text):
@@ -76,6 +53,7 @@ class Crash:
             status, headers, _ = self.ask("GET", "/v1/tts?text=" + text.replace(" ", "+"))
             if status == 200:
                 with self.lock:
+                    self.promised += 1
                     self.lines.append((text, headers["ETag"].strip('"') + ".wav"))
 
     def bake(self):
@@ -94,6 +72,7 @@ class Crash:
                 continue
             voice = json.loads(answer)["id"]
             with self.lock:
+                self.cloned += 1
                 self.voices.add(voice)
                 old = self.random.choice(sorted(self.voices)) if len(self.voices) > 20 else None
                 # Its end is not certain any more from here on.
@@ -132,13 +111,8 @@ class Crash:
 
     def check_files(self, when):
         root = self.service.root
-        for name in ("temp/index.json", "data/voices.json", "data/config.json"):
-            path = root / name
-            try:
-                if path.exists() and not isinstance(json.loads(path.read_bytes()), (dict, list)):
-                    self.problem(f"{when}: {name} is no object")
-            except ValueError as error:
-                self.problem(f"{when}: {name} does not parse: {error}")
+        for fault in json_faults(root):
+            self.problem(f"{when}: {fault}")
         for path in (root / "temp").glob("*.wav"):
             if self.checked.get(path.name) == path.stat().st_mtime_ns:
                 continue
@@ -147,9 +121,8 @@ class Crash:
             self.checked[path.name] = path.stat().st_mtime_ns
 
     def check_started(self):
-        for path in (self.service.root / "temp").iterdir():
-            if ".zepho-tmp-" in path.name:
-                self.problem(f"after the start: temp/{path.name} is left")
+        for path in temporary_files(self.service.root):
+            self.problem(f"after the start: {path} is left")
         self.check_files("after the start")
         for text, _ in self.lines[-4:] + self.random.sample(self.lines, min(4, len(self.lines))):
             status, headers, _ = self.ask("GET", "/v1/tts?text=" + text.replace(" ", "+"))
@@ -159,15 +132,12 @@ class Crash:
                   json.loads(self.ask("GET", "/v1/voices")[2])["voices"]}
         for voice in self.voices - listed.keys():
             self.problem(f"lost: voice {voice}")
-        self.half_deleted.clear()
         for voice in listed.values():
             for clip in voice["clips"]:
                 path = self.service.root / "clone" / clip["file"]
                 if path.exists() and not wav_fault(path):
                     continue
-                if voice["id"] in self.deleting:
-                    self.half_deleted.add(voice["id"])
-                else:
+                if voice["id"] not in self.deleting:
                     self.problem(f"voice {voice['id']} is listed, its clip {path.name} is not whole")
         airlines = json.loads(self.ask("GET", "/v1/airlines")[2])
         for key, allowed in self.bindings.items():
@@ -202,17 +172,18 @@ class Crash:
             starts.append(time.monotonic() - started)
             self.check_started()
             if number % 50 == 0 or number == rounds:
-                self.tell(number, begin, starts)
+                print(self.tell(number, begin, starts), flush=True)
+            if number % 200 == 0:
+                # What was promised has been looked at; a directory that only grows makes the looks slow.
+                self.lines.clear()
+                self.checked.clear()
+                self.ask("DELETE", "/v1/cache")
+        return self.tell(rounds, begin, starts)
 
     def tell(self, number, begin, starts):
-        left = {folder: sum(".zepho-tmp-" in path.name
-                            for path in (self.service.root / folder).iterdir())
-                for folder in ("temp", "data", "clone")}
-        print(f"{number} kills in {time.monotonic() - begin:.0f} s, {self.asked} requests, "
-              f"{len(self.lines)} lines and {len(self.voices)} voices promised, slowest start "
-              f"{max(starts):.2f} s, temporary files left {left}, "
-              f"{len(self.half_deleted)} voices half deleted, "
-              f"{len(self.problems)} problems", flush=True)
+        return (f"{number} kills in {time.monotonic() - begin:.0f} s, {self.asked} requests, "
+                f"{self.promised} lines and {self.cloned} voices promised, slowest start "
+                f"{max(starts):.2f} s, {len(self.problems)} lost, torn or left behind")
 
     def control(self, rounds):
         """Whether each damage is noticed, in every round."""
@@ -258,4 +229,5 @@ def main():
     sys.exit(1 if failed else 0)
 
 
-main()
+if __name__ == "__main__":
+    main()

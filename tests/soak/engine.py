@@ -19,6 +19,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tools"))
 from live_service import Service  # noqa: E402
+from store_checks import processes_of, zombies_of  # noqa: E402
 
 GONE = (OSError, http.client.HTTPException)
 
@@ -36,44 +37,13 @@ FAULTS = {
 }
 
 
-def processes_of(program):
-    """pid -> state of every process of that program."""
-    found = {}
-    for entry in pathlib.Path("/proc").iterdir():
-        if not entry.name.isdigit():
-            continue
-        try:
-            if os.readlink(entry / "exe").removesuffix(" (deleted)") == str(program):
-                found[int(entry.name)] = (entry / "stat").read_text().rpartition(")")[2].split()[0]
-        except OSError:
-            continue
-    return found
-
-
-def zombies_of(parent):
-    count = 0
-    for entry in pathlib.Path("/proc").iterdir():
-        if entry.name.isdigit():
-            try:
-                words = (entry / "stat").read_text().rpartition(")")[2].split()
-            except OSError:
-                continue
-            count += words[0] == "Z" and int(words[1]) == parent
-    return count
-
-
 class EngineSoak:
     def __init__(self, program):
         self.service = Service(program, {
             "synthesis": {"timeoutMs": 2000, "outputSampleRate": 8000},
             "engine": {"timeoutMs": 5000}})
         self.fake = pathlib.Path(program).resolve().parent / "fake-s2"
-        self.engine = (self.service.root / "engine").resolve() / "s2"
-        self.engine.parent.mkdir()
-        shutil.copy2(self.fake, self.engine)
-        (self.service.root / "models").mkdir()
-        (self.service.root / "models/voice.gguf").write_text("a model")
-        (self.service.root / "models/tokenizer.json").write_text("{}")
+        self.engine = self.service.with_engine(self.fake)
         self.random = random.Random()
         self.problems = []
         self.statuses = {}
@@ -108,9 +78,6 @@ class EngineSoak:
         text = self.service.log.read_bytes()[self.log_start:].decode(errors="replace")
         return text.count("inference process gone"), text.count("inference process exited")
 
-    def descriptors(self):
-        return len(os.listdir(f"/proc/{self.service.process.pid}/fd"))
-
     def is_ready(self):
         return json.loads(self.service.ask("GET", "/health")[2])["engine_ready"]
 
@@ -127,7 +94,7 @@ class EngineSoak:
         if len(processes_of(self.engine)) != 1:
             self.problem(f"engine processes after the start: {processes_of(self.engine)}")
         time.sleep(0.2)
-        self.flat = self.descriptors()
+        self.flat = self.service.descriptors()
 
     def cycle(self):
         """False when the service has given the process up."""
@@ -178,8 +145,8 @@ class EngineSoak:
         if zombies_of(pid):
             if not self.service.wait_until(lambda: not zombies_of(pid), 5):
                 self.problem(f"{name}: a zombie is left")
-        if not self.service.wait_until(lambda: self.descriptors() <= self.flat, 10):
-            self.problem(f"{name}: {self.descriptors()} descriptors, {self.flat} before")
+        if not self.service.wait_until(lambda: self.service.descriptors() <= self.flat, 10):
+            self.problem(f"{name}: {self.service.descriptors()} descriptors, {self.flat} before")
         if len(processes_of(self.engine)) != 1:
             self.problem(f"{name}: engine processes {processes_of(self.engine)}")
         return True
