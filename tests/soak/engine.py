@@ -29,7 +29,11 @@ FAULTS = {
     "abort while it speaks": ("die-at=request\ndie-signal=6", True),
     "exit while it speaks": ("die-at=request\ndie-exit=3", True),
     "exit while it is idle": ("die-at=idle\ndie-exit=0", True),
-    "hang": ("delay-ms=2500", False),
+    "exit at every start": ("die-at=start\ndie-exit=1", True),
+    "stopped": ("", False),
+    "silent": ("delay-ms=2500", False),
+    "cut off in the head": ("cut=9", False),
+    "cut off in the audio": ("cut=300", False),
     "hang up": ("hang-up=1", False),
     "garbage": ("body=no audio at all", False),
     "error": ("status=500\nbody=out of memory", False),
@@ -47,6 +51,7 @@ class EngineSoak:
         self.random = random.Random()
         self.problems = []
         self.statuses = {}
+        self.served = 0
         self.faults = {}
         self.lock = threading.Lock()
 
@@ -73,6 +78,24 @@ class EngineSoak:
             self.problem(f"a line got {status} {answer[:200]!r}")
         return status
 
+    @staticmethod
+    def signal(pids, number):
+        for pid in pids:
+            try:
+                os.kill(pid, number)
+            except ProcessLookupError:
+                continue
+
+    def known_line(self):
+        """A line that was spoken once is served whatever the process does."""
+        try:
+            status, headers, _ = self.service.ask("GET", "/v1/tts?text=Known+line", timeout=30)
+        except GONE:
+            return
+        self.served += 1
+        if status != 200 or headers.get("X-ZEPHO-Cache") != "hit":
+            self.problem(f"the known line got {status}, {headers.get('X-ZEPHO-Cache')}")
+
     def deaths(self):
         """How often the log of this run tells that the process was gone."""
         text = self.service.log.read_bytes()[self.log_start:].decode(errors="replace")
@@ -88,6 +111,7 @@ class EngineSoak:
         self.service.start()
         if not self.service.wait_until(self.is_ready) or self.line() != 200:
             self.problem("the engine does not come up")
+        self.service.ask("GET", "/v1/tts?text=Known+line")
         for pid in orphans:
             if pid in processes_of(self.engine):
                 self.problem(f"orphan {pid} of the killed service is still there")
@@ -107,15 +131,21 @@ class EngineSoak:
             while not stop.is_set():
                 if self.line() in (None, 503):
                     time.sleep(0.05)
-        clients = [threading.Thread(target=client) for _ in range(3)]
+
+        def listener():
+            while not stop.is_set():
+                self.known_line()
+                time.sleep(0.02)
+        clients = [threading.Thread(target=work) for work in (client, client, client, listener)]
         for thread in clients:
             thread.start()
         time.sleep(self.random.uniform(0, 0.2))
         before = processes_of(self.engine)
         self.behave(lines, self.stubborn)
-        if name == "kill":
-            for pid in before:
-                os.kill(pid, signal.SIGKILL)
+        if name in ("kill", "exit at every start"):
+            self.signal(before, signal.SIGKILL)
+        if name == "stopped":
+            self.signal(before, signal.SIGSTOP)
         if deadly:
             if not self.service.wait_until(
                     lambda: not any(processes_of(self.engine).get(pid, "Z") != "Z"
@@ -123,7 +153,12 @@ class EngineSoak:
                 self.problem(f"{name}: the process lives")
         else:
             time.sleep(self.random.uniform(0.1, 0.6))
+        if name == "exit at every start":
+            # Until it was started again, and has ended again.
+            self.service.wait_until(lambda: self.deaths()[1] > 0 or self.deaths()[0] > 3, 10)
         self.behave("", self.stubborn)
+        if name == "stopped":
+            self.signal(before, self.random.choice([signal.SIGCONT, signal.SIGKILL]))
         stop.set()
         for thread in clients:
             thread.join()
@@ -208,10 +243,17 @@ class EngineSoak:
                 os.kill(pid, signal.SIGKILL)
             shutil.rmtree(stranger_home, ignore_errors=True)
             self.service.remove()
-        print(f"{done} cycles in {time.monotonic() - begin:.0f} s over {runs} runs of the service, "
-              f"{orphans_seen} orphans swept\nfaults {self.faults}\nanswers {self.statuses}\n"
-              f"{len(self.problems)} problems")
-        return len(self.problems)
+        print(f"faults {self.faults}\nanswers {self.statuses}")
+        return (f"{done} cycles in {time.monotonic() - begin:.0f} s over {runs} runs of the service, "
+                f"{sum(self.statuses.values())} lines asked for, {self.served} cached ones served "
+                f"meanwhile, {orphans_seen} orphans swept, {len(self.problems)} problems")
 
 
-sys.exit(1 if EngineSoak(sys.argv[1]).run(int(sys.argv[2]) if len(sys.argv) > 2 else 100) else 0)
+def main():
+    soak = EngineSoak(sys.argv[1])
+    print(soak.run(int(sys.argv[2]) if len(sys.argv) > 2 else 100))
+    sys.exit(1 if soak.problems else 0)
+
+
+if __name__ == "__main__":
+    main()
