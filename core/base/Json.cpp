@@ -48,6 +48,14 @@ std::optional<std::int64_t> integerOf(const Json& value) {
     return truncated(numberOf(value));
 }
 
+// Spares the library a long text of something else, of which it would make several copies.
+bool beginsLikeObject(std::string_view text) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    if (text.starts_with(mark)) text.remove_prefix(mark.size());
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    return first != std::string_view::npos && text[first] == '{';
+}
+
 // A tree takes some eighty bytes for each value, and a value two bytes of text: a body of a gigabyte
 // could ask for forty. What is short, or consists of long texts, is not counted in vain.
 bool hasTooManyValues(std::string_view text) {
@@ -164,6 +172,7 @@ std::optional<Json> parseJsonObject(ByteView bytes) {
 
 std::optional<Json> parseJsonObject(std::string_view text) {
     // The library takes a NUL byte for the end of the text and would let pass what follows.
+    if (!beginsLikeObject(text)) return std::nullopt;
     if (text.find('\0') != std::string_view::npos || hasTooManyValues(text)) return std::nullopt;
     Json value = Json::parse(text, nullptr, false);
     if (!value.is_object()) return std::nullopt;

@@ -71,6 +71,10 @@ class Service:
         """An orderly end; the exit code."""
         return self._end(signal.SIGTERM)
 
+    def end_by(self, how):
+        """The end by that signal; the exit code."""
+        return self._end(how)
+
     def _end(self, how):
         if self.process is None:
             return None
