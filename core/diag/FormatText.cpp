@@ -23,17 +23,17 @@ std::string printfSpelling(std::string_view format) {
 // translation must not cost gigabytes of blanks.
 bool isTooWide(std::string_view format) {
     constexpr std::size_t mostDigits = 3;
-    for (std::size_t pos = format.find('%'); pos < format.size(); pos = format.find('%', pos)) {
-        std::size_t digits = 0;
-        for (++pos; pos < format.size(); ++pos) {
-            const char c = format[pos];
-            const bool isDigit = c >= '0' && c <= '9';
-            if (!isDigit && c != '.' && c != '-' && c != '+' && c != ' ' && c != '#') break;
-            digits = isDigit ? digits + 1 : 0;
-            if (digits > mostDigits) return true;
-        }
-        if (pos < format.size() && format[pos] == '*') return true;
-        if (pos < format.size()) ++pos;
+    bool inside = false;  // of a placeholder, between its percent sign and its letter
+    std::size_t digits = 0;
+    for (const char c : format) {
+        const bool isDigit = c >= '0' && c <= '9';
+        const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '@';
+        digits = inside && isDigit ? digits + 1 : 0;
+        if (digits > mostDigits || (inside && c == '*')) return true;
+        if (c == '%')
+            inside = !inside;
+        else if (isLetter)
+            inside = false;
     }
     return false;
 }

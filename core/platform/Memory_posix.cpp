@@ -13,7 +13,12 @@ namespace zepho {
 
 void limitMemoryPools() {
     constexpr int pools = 4;  // threads that allocate at the same moment are as many as cores
+    constexpr int large = 8 << 20;
     ::mallopt(M_ARENA_MAX, pools);
+    // By itself it moves these up to 32 and 64 MB with the first large block that is freed, and that
+    // much stays at the end of each pool.
+    ::mallopt(M_MMAP_THRESHOLD, large);
+    ::mallopt(M_TRIM_THRESHOLD, 2 * large);
 }
 
 void giveBackMemory() {

@@ -125,6 +125,10 @@ class Service:
         text = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
         return int(text.split(key + ":")[1].split()[0])
 
+    def reset_peak(self):
+        """VmHWM begins anew from what is resident now."""
+        pathlib.Path(f"/proc/{self.process.pid}/clear_refs").write_text("5")
+
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.process.pid}/fd"))
 
