@@ -16,6 +16,7 @@
 #include "core/diag/Language.h"
 #include "core/http/TtsHttpService.h"
 #include "core/platform/InstanceLock.h"
+#include "core/platform/Memory.h"
 #include "core/platform/ServiceNotify.h"
 #include "core/platform/StopSignals.h"
 #include "core/platform/TaskQueue.h"
@@ -74,6 +75,7 @@ int run() {
 }  // namespace
 
 int main() {
+    limitMemoryPools();
     holdStopSignals();
     const int code = run();
     // A line that is still inside the engine would hold an ordinary return for minutes.

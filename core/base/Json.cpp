@@ -48,6 +48,35 @@ std::optional<std::int64_t> integerOf(const Json& value) {
     return truncated(numberOf(value));
 }
 
+// Spares the library a long text of something else, of which it would make several copies.
+bool beginsLikeObject(std::string_view text) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    if (text.starts_with(mark)) text.remove_prefix(mark.size());
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    return first != std::string_view::npos && text[first] == '{';
+}
+
+// A tree takes some eighty bytes for each value, and a value two bytes of text: a body of a gigabyte
+// could ask for forty. What is short, or consists of long texts, is not counted in vain.
+bool hasTooManyValues(std::string_view text) {
+    constexpr std::size_t alwaysRead = std::size_t{1} << 20;
+    if (text.size() <= alwaysRead) return false;
+    std::size_t values = 0;
+    bool quoted = false;
+    for (std::size_t pos = 0; pos < text.size(); ++pos) {
+        const char c = text[pos];
+        if (quoted) {
+            if (c == '\\') ++pos;
+            quoted = c != '"';
+        } else if (c == '"') {
+            quoted = true;
+        } else if (c == ',' || c == '[' || c == '{') {
+            if (++values > maxJsonValues) return true;
+        }
+    }
+    return false;
+}
+
 // Values are built by us and shallow, so the recursion is.
 bool isEncodable(const Json& value) {
     if (value.is_number_float()) return std::isfinite(value.get<double>());
@@ -143,7 +172,8 @@ std::optional<Json> parseJsonObject(ByteView bytes) {
 
 std::optional<Json> parseJsonObject(std::string_view text) {
     // The library takes a NUL byte for the end of the text and would let pass what follows.
-    if (text.find('\0') != std::string_view::npos) return std::nullopt;
+    if (!beginsLikeObject(text)) return std::nullopt;
+    if (text.find('\0') != std::string_view::npos || hasTooManyValues(text)) return std::nullopt;
     Json value = Json::parse(text, nullptr, false);
     if (!value.is_object()) return std::nullopt;
     return value;

@@ -6,6 +6,7 @@
 // Callers that look into a Json include <nlohmann/json.hpp> in their own .cpp.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -41,7 +42,11 @@ std::string jsonText(const Json& value);
 std::optional<std::int64_t> parseDecimalInteger(std::string_view text);
 std::optional<double> parseDecimalFloat(std::string_view text);
 
-// The top-level object of a JSON text; absent when it is malformed or not an object.
+// More values than any text of ours has, or any honest client sends.
+inline constexpr std::size_t maxJsonValues = 1'000'000;
+
+// The top-level object of a JSON text; absent when it is malformed or not an object, or when it is
+// longer than a megabyte and holds more than maxJsonValues.
 std::optional<Json> parseJsonObject(ByteView bytes);
 std::optional<Json> parseJsonObject(std::string_view text);
 

@@ -19,9 +19,29 @@ std::string printfSpelling(std::string_view format) {
     return spelled;
 }
 
+// Whether a width or precision is beyond what any text needs, or comes from an argument: a slip in a
+// translation must not cost gigabytes of blanks.
+bool isTooWide(std::string_view format) {
+    constexpr std::size_t mostDigits = 3;
+    bool inside = false;  // of a placeholder, between its percent sign and its letter
+    std::size_t digits = 0;
+    for (const char c : format) {
+        const bool isDigit = c >= '0' && c <= '9';
+        const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '@';
+        digits = inside && isDigit ? digits + 1 : 0;
+        if (digits > mostDigits || (inside && c == '*')) return true;
+        if (c == '%')
+            inside = !inside;
+        else if (isLetter)
+            inside = false;
+    }
+    return false;
+}
+
 }  // namespace
 
 std::string formatTextWith(std::string_view format, std::initializer_list<FormatArg> arguments) {
+    if (isTooWide(format)) return std::string(format);
     fmt::dynamic_format_arg_store<fmt::printf_context> store;
     for (const FormatArg& argument : arguments)
         std::visit([&store](const auto& value) { store.push_back(value); }, argument.value);

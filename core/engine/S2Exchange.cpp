@@ -34,8 +34,9 @@ constexpr std::int64_t longestMs = 366LL * 24 * 3600 * 1000;
     const milliseconds grace =
         response.failure == HttpFailure::transport ? plan.tuning.exitGrace : milliseconds(0);
     if (!world.childEnds(grace))
-        throw TtsError(TtsErrorCode::engineFailed,
-                       TF("跟推理进程通信失败:%@(日志 %@)", response.error, plan.logPath));
+        throw TtsError(
+            TtsErrorCode::engineFailed,
+            TF("跟推理进程通信失败:%@(日志 %@)", replaceInvalidUtf8(response.error), plan.logPath));
     world.childGone();
     throw TtsError(TtsErrorCode::engineNotConnected,
                    T("推理进程不在了(崩了或被结束),正在自动重启,过几秒再试。") + "\n" +

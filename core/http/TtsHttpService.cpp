@@ -6,8 +6,14 @@
 #include <nlohmann/json.hpp>
 
 #include "core/http/RequestReading.h"
+#include "core/platform/Memory.h"
 
 namespace zepho {
+namespace {
+
+constexpr std::size_t largeBody = std::size_t{512} * 1024;
+
+}  // namespace
 
 std::shared_ptr<TtsHttpService> TtsHttpService::make(std::shared_ptr<TtsService> service) {
     return std::shared_ptr<TtsHttpService>(new TtsHttpService(std::move(service)));
@@ -67,7 +73,10 @@ HttpResponse TtsHttpService::dispatch(const HttpRequest& request) {
         refusal.headers["Retry-After"] = "60";
         return refusal;
     }
-    return route(request);
+    HttpResponse response = route(request);
+    // Clips are copied a few times on their way, and a large JSON text becomes a larger tree.
+    if (request.body.size() >= largeBody) giveBackMemory();
+    return response;
 }
 
 HttpResponse TtsHttpService::route(const HttpRequest& request) {

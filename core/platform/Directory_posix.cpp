@@ -5,12 +5,16 @@
 #include <dirent.h>
 
 #include "core/platform/Directory.h"
+#include "core/platform/PassingTrouble.h"
 
 namespace zepho {
 
 std::optional<std::vector<std::string>> listDirectory(const std::string& path) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), ::closedir);
-    if (!directory) return std::nullopt;
+    DIR* opened = nullptr;
+    outlast([&] { return (opened = ::opendir(path.c_str())) != nullptr; },
+            [](int number) { return !isVerdictOnPath(number); });
+    if (opened == nullptr) return std::nullopt;
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opened, ::closedir);
     std::vector<std::string> names;
     errno = 0;
     while (const dirent* entry = ::readdir(directory.get())) {

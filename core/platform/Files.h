@@ -15,7 +15,8 @@
 
 namespace zepho {
 
-// All bytes of the file, or nothing if it cannot be read (missing, unreadable, a directory).
+// All bytes of the file, or nothing if it cannot be read (missing, unreadable, a directory). Trouble
+// that may pass, such as a want of descriptors, is waited out for a tenth of a second.
 [[nodiscard]] std::optional<Bytes> loadFileBytes(const std::string& path);
 
 struct FileHead {

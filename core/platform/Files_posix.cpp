@@ -15,6 +15,7 @@
 #include "core/platform/AppendFile.h"
 #include "core/platform/Directory.h"
 #include "core/platform/Files.h"
+#include "core/platform/PassingTrouble.h"
 
 namespace zepho {
 namespace {
@@ -42,11 +43,21 @@ private:
     int fd;
 };
 
+// A write that fails is told, but for a want of descriptors; a read has nobody to tell.
+bool mayPass(int number, int flags) {
+    if (isWantOfDescriptors(number)) return true;
+    return (flags & O_ACCMODE) == O_RDONLY && !isVerdictOnPath(number);
+}
+
 int openRetrying(const char* path, int flags, mode_t mode = 0) {
     int fd = -1;
-    do {
-        fd = ::open(path, flags | O_CLOEXEC, mode);
-    } while (fd < 0 && errno == EINTR);
+    const auto attempt = [&] {
+        do {
+            fd = ::open(path, flags | O_CLOEXEC, mode);
+        } while (fd < 0 && errno == EINTR);
+        return fd >= 0;
+    };
+    outlast(attempt, [flags](int number) { return mayPass(number, flags); });
     return fd;
 }
 

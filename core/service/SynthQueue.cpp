@@ -58,6 +58,10 @@ constexpr std::chrono::milliseconds idleTick{200};
 // The longest wait that is told apart from an endless one; keeps the deadline within its type.
 constexpr std::int64_t longestWaitMs = std::int64_t{100} * 365 * 24 * 3600 * 1000;
 
+[[noreturn]] void throwFull(std::int64_t limit) {
+    throw TtsError(TtsErrorCode::queueFull, TF("合成队列已满(%d 条在排),稍后再试", limit));
+}
+
 // The exception that is being handled, as "type: description".
 std::string describeUnexpected() {
     try {
@@ -186,13 +190,17 @@ SynthOutcome SynthQueue::submit(S2Params params, VoiceHint hint, TtsPriority pri
     const auto job =
         std::make_shared<SynthJob>(std::move(params), std::move(hint), priority, std::move(onLate));
     const std::int64_t longest = limit.load();
-    if (!state->add(job, longest))
-        throw TtsError(TtsErrorCode::queueFull, TF("合成队列已满(%d 条在排),稍后再试", longest));
+    if (!state->add(job, longest)) throwFull(longest);
     const auto wait =
         std::chrono::milliseconds(std::clamp<std::int64_t>(timeoutMs, 0, longestWaitMs));
     if (!job->waitUntil(std::chrono::steady_clock::now() + wait) && job->abandon())
         throw TtsError(TtsErrorCode::timeout, TF("等了 %d 毫秒后端还没出声音", timeoutMs));
     return job->takeOutcome();
+}
+
+void SynthQueue::requireRoom() const {
+    const std::int64_t longest = limit.load();
+    if (depth() >= longest) throwFull(longest);
 }
 
 std::int64_t SynthQueue::depth() const {

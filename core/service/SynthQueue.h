@@ -36,6 +36,9 @@ public:
     [[nodiscard]] SynthOutcome submit(S2Params params, VoiceHint hint, TtsPriority priority,
                                       std::int64_t timeoutMs, LateCallback onLate = {});
 
+    // Throws what submit() would throw now for want of room, before a caller prepares a line in vain.
+    void requireRoom() const;
+
     // Lines that wait; the one inside the engine is not counted.
     [[nodiscard]] std::int64_t depth() const;
     // The worker is inside a line.

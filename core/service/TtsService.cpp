@@ -85,6 +85,8 @@ TtsResult TtsService::synthesize(const TtsRequest& asked) {
 
     SynthOutcome spoken;
     try {
+        // The reference clip is megabytes to read: not for a line that is refused.
+        queue->requireRoom();
         spoken =
             queue->submit(buildParams(line.request, line.voice), VoiceHint(line.voice),
                           line.request.priority, config->requestTimeoutMs,

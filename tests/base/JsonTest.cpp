@@ -108,6 +108,24 @@ TEST(Json, ParsesOnlyWholeObjects) {
     EXPECT_NE(jArr(&*parsed, "a"), nullptr);
 }
 
+TEST(Json, RefusesMoreValuesThanMemoryShouldHold) {
+    const auto listOf = [](std::size_t count, const std::string& item) {
+        std::string text = "{\"a\":[" + item;
+        for (std::size_t i = 1; i < count; ++i) text += "," + item;
+        return text + "]}";
+    };
+    // The object and the list count as well.
+    EXPECT_TRUE(parseJsonObject(listOf(maxJsonValues - 1, "0")));
+    EXPECT_FALSE(parseJsonObject(listOf(maxJsonValues, "0")));
+    EXPECT_FALSE(parseJsonObject(listOf(maxJsonValues / 2 + 1, "[]")));
+    // Nothing in a text counts, whatever it looks like.
+    const auto text =
+        parseJsonObject(R"({"a":"\"[,)" + std::string(3 * maxJsonValues, ',') + "\"}");
+    ASSERT_TRUE(text);
+    EXPECT_EQ(jStr(&*text, "a").size(), 3 * maxJsonValues + 3);
+    EXPECT_FALSE(parseJsonObject("{\"a\":" + std::string(3 * maxJsonValues, '[')));
+}
+
 TEST(Json, WritesSlashesAsTheyAreAndFallsBackToAnEmptyObject) {
     const Json value{{"b", "a/b\n音"}, {"a", {1, 2.5, true, nullptr}}};
     EXPECT_EQ(jsonString(value), R"({"a":[1,2.5,true,null],"b":"a/b\n音"})");

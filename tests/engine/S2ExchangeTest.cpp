@@ -171,6 +171,13 @@ TEST(S2Exchange, tellsADeadProcessFromABrokenConnection) {
     }
 }
 
+TEST(S2Exchange, quotesWordsThatAreNoText) {
+    Script script;
+    script.answers = {broken(HttpFailure::transport)};
+    script.answers.front().error = "it \xFF broke";
+    EXPECT_EQ(script.run().second, "跟推理进程通信失败:it \uFFFD broke(日志 /l/s2.log)");
+}
+
 TEST(S2Exchange, quotesAnUnexpectedAnswer) {
     Script script;
     script.answers = {answered(500, toBytes("model error \xFF!"))};

@@ -126,6 +126,10 @@ TEST_F(TtsServiceTest, OneRunsTheLimitWaitsAndTheNextIsRefused) {
     const TtsError refused = errorOf(lineOf("third"));
     EXPECT_EQ(refused.code, TtsErrorCode::queueFull);
     EXPECT_EQ(refused.message, "the synthesis queue is full (2 waiting), try again shortly");
+    // A refusal costs nothing: not even the reference clip is looked for.
+    std::filesystem::remove_all(ZEPHOPaths::voicesDir());
+    EXPECT_EQ(errorOf(lineOf("fourth")).code, TtsErrorCode::queueFull);
+    EXPECT_FALSE(wasLogged("cannot read reference audio"));
     engine->openGate();
     for (auto& caller : callers) EXPECT_EQ(caller.get(), TtsErrorCode::none);
     EXPECT_EQ(engine->calls()[1].text, "urgent");

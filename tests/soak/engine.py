@@ -19,6 +19,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tools"))
 from live_service import Service  # noqa: E402
+from store_checks import processes_of, zombies_of  # noqa: E402
 
 GONE = (OSError, http.client.HTTPException)
 
@@ -28,38 +29,16 @@ FAULTS = {
     "abort while it speaks": ("die-at=request\ndie-signal=6", True),
     "exit while it speaks": ("die-at=request\ndie-exit=3", True),
     "exit while it is idle": ("die-at=idle\ndie-exit=0", True),
-    "hang": ("delay-ms=2500", False),
+    "exit at every start": ("die-at=start\ndie-exit=1", True),
+    "stopped": ("", False),
+    "silent": ("delay-ms=2500", False),
+    "cut off in the head": ("cut=9", False),
+    "cut off in the audio": ("cut=300", False),
     "hang up": ("hang-up=1", False),
     "garbage": ("body=no audio at all", False),
     "error": ("status=500\nbody=out of memory", False),
     "busy": ("busy=3", False),
 }
-
-
-def processes_of(program):
-    """pid -> state of every process of that program."""
-    found = {}
-    for entry in pathlib.Path("/proc").iterdir():
-        if not entry.name.isdigit():
-            continue
-        try:
-            if os.readlink(entry / "exe").removesuffix(" (deleted)") == str(program):
-                found[int(entry.name)] = (entry / "stat").read_text().rpartition(")")[2].split()[0]
-        except OSError:
-            continue
-    return found
-
-
-def zombies_of(parent):
-    count = 0
-    for entry in pathlib.Path("/proc").iterdir():
-        if entry.name.isdigit():
-            try:
-                words = (entry / "stat").read_text().rpartition(")")[2].split()
-            except OSError:
-                continue
-            count += words[0] == "Z" and int(words[1]) == parent
-    return count
 
 
 class EngineSoak:
@@ -68,15 +47,11 @@ class EngineSoak:
             "synthesis": {"timeoutMs": 2000, "outputSampleRate": 8000},
             "engine": {"timeoutMs": 5000}})
         self.fake = pathlib.Path(program).resolve().parent / "fake-s2"
-        self.engine = (self.service.root / "engine").resolve() / "s2"
-        self.engine.parent.mkdir()
-        shutil.copy2(self.fake, self.engine)
-        (self.service.root / "models").mkdir()
-        (self.service.root / "models/voice.gguf").write_text("a model")
-        (self.service.root / "models/tokenizer.json").write_text("{}")
+        self.engine = self.service.with_engine(self.fake)
         self.random = random.Random()
         self.problems = []
         self.statuses = {}
+        self.served = 0
         self.faults = {}
         self.lock = threading.Lock()
 
@@ -103,13 +78,28 @@ class EngineSoak:
             self.problem(f"a line got {status} {answer[:200]!r}")
         return status
 
+    @staticmethod
+    def signal(pids, number):
+        for pid in pids:
+            try:
+                os.kill(pid, number)
+            except ProcessLookupError:
+                continue
+
+    def known_line(self):
+        """A line that was spoken once is served whatever the process does."""
+        try:
+            status, headers, _ = self.service.ask("GET", "/v1/tts?text=Known+line", timeout=30)
+        except GONE:
+            return
+        self.served += 1
+        if status != 200 or headers.get("X-ZEPHO-Cache") != "hit":
+            self.problem(f"the known line got {status}, {headers.get('X-ZEPHO-Cache')}")
+
     def deaths(self):
         """How often the log of this run tells that the process was gone."""
         text = self.service.log.read_bytes()[self.log_start:].decode(errors="replace")
         return text.count("inference process gone"), text.count("inference process exited")
-
-    def descriptors(self):
-        return len(os.listdir(f"/proc/{self.service.process.pid}/fd"))
 
     def is_ready(self):
         return json.loads(self.service.ask("GET", "/health")[2])["engine_ready"]
@@ -121,13 +111,14 @@ class EngineSoak:
         self.service.start()
         if not self.service.wait_until(self.is_ready) or self.line() != 200:
             self.problem("the engine does not come up")
+        self.service.ask("GET", "/v1/tts?text=Known+line")
         for pid in orphans:
             if pid in processes_of(self.engine):
                 self.problem(f"orphan {pid} of the killed service is still there")
         if len(processes_of(self.engine)) != 1:
             self.problem(f"engine processes after the start: {processes_of(self.engine)}")
         time.sleep(0.2)
-        self.flat = self.descriptors()
+        self.flat = self.service.descriptors()
 
     def cycle(self):
         """False when the service has given the process up."""
@@ -140,15 +131,21 @@ class EngineSoak:
             while not stop.is_set():
                 if self.line() in (None, 503):
                     time.sleep(0.05)
-        clients = [threading.Thread(target=client) for _ in range(3)]
+
+        def listener():
+            while not stop.is_set():
+                self.known_line()
+                time.sleep(0.02)
+        clients = [threading.Thread(target=work) for work in (client, client, client, listener)]
         for thread in clients:
             thread.start()
         time.sleep(self.random.uniform(0, 0.2))
         before = processes_of(self.engine)
         self.behave(lines, self.stubborn)
-        if name == "kill":
-            for pid in before:
-                os.kill(pid, signal.SIGKILL)
+        if name in ("kill", "exit at every start"):
+            self.signal(before, signal.SIGKILL)
+        if name == "stopped":
+            self.signal(before, signal.SIGSTOP)
         if deadly:
             if not self.service.wait_until(
                     lambda: not any(processes_of(self.engine).get(pid, "Z") != "Z"
@@ -156,7 +153,12 @@ class EngineSoak:
                 self.problem(f"{name}: the process lives")
         else:
             time.sleep(self.random.uniform(0.1, 0.6))
+        if name == "exit at every start":
+            # Until it was started again, and has ended again.
+            self.service.wait_until(lambda: self.deaths()[1] > 0 or self.deaths()[0] > 3, 10)
         self.behave("", self.stubborn)
+        if name == "stopped":
+            self.signal(before, self.random.choice([signal.SIGCONT, signal.SIGKILL]))
         stop.set()
         for thread in clients:
             thread.join()
@@ -178,8 +180,8 @@ class EngineSoak:
         if zombies_of(pid):
             if not self.service.wait_until(lambda: not zombies_of(pid), 5):
                 self.problem(f"{name}: a zombie is left")
-        if not self.service.wait_until(lambda: self.descriptors() <= self.flat, 10):
-            self.problem(f"{name}: {self.descriptors()} descriptors, {self.flat} before")
+        if not self.service.wait_until(lambda: self.service.descriptors() <= self.flat, 10):
+            self.problem(f"{name}: {self.service.descriptors()} descriptors, {self.flat} before")
         if len(processes_of(self.engine)) != 1:
             self.problem(f"{name}: engine processes {processes_of(self.engine)}")
         return True
@@ -241,10 +243,17 @@ class EngineSoak:
                 os.kill(pid, signal.SIGKILL)
             shutil.rmtree(stranger_home, ignore_errors=True)
             self.service.remove()
-        print(f"{done} cycles in {time.monotonic() - begin:.0f} s over {runs} runs of the service, "
-              f"{orphans_seen} orphans swept\nfaults {self.faults}\nanswers {self.statuses}\n"
-              f"{len(self.problems)} problems")
-        return len(self.problems)
+        print(f"faults {self.faults}\nanswers {self.statuses}")
+        return (f"{done} cycles in {time.monotonic() - begin:.0f} s over {runs} runs of the service, "
+                f"{sum(self.statuses.values())} lines asked for, {self.served} cached ones served "
+                f"meanwhile, {orphans_seen} orphans swept, {len(self.problems)} problems")
 
 
-sys.exit(1 if EngineSoak(sys.argv[1]).run(int(sys.argv[2]) if len(sys.argv) > 2 else 100) else 0)
+def main():
+    soak = EngineSoak(sys.argv[1])
+    print(soak.run(int(sys.argv[2]) if len(sys.argv) > 2 else 100))
+    sys.exit(1 if soak.problems else 0)
+
+
+if __name__ == "__main__":
+    main()

@@ -8,6 +8,7 @@
 //   busy=N             answers 503 to its first N requests
 //   delay-ms=N         takes that long for a line
 //   status=N, body=…   answers that status and text; the text alone comes with status 200
+//   cut=N              closes the connection after so many bytes of an answer
 //   hang-up=1          closes the connection without an answer, and lives on
 //   ignore-term=1      does not heed SIGTERM
 //   grandchild=1       starts a process of its own that does not heed SIGTERM either
@@ -146,11 +147,12 @@ std::string receive(int client) {
     return request;
 }
 
-void answer(int client, int status, const std::string& type, const std::string& body) {
-    const std::string whole = "HTTP/1.1 " + std::to_string(status) +
-                              " Fake\r\nContent-Type: " + type +
-                              "\r\nContent-Length: " + std::to_string(body.size()) +
-                              "\r\nConnection: close\r\n\r\n" + body;
+void answer(int client, int status, const std::string& type, const std::string& body,
+            std::size_t limit = std::string::npos) {
+    std::string whole = "HTTP/1.1 " + std::to_string(status) + " Fake\r\nContent-Type: " + type +
+                        "\r\nContent-Length: " + std::to_string(body.size()) +
+                        "\r\nConnection: close\r\n\r\n" + body;
+    whole.resize(std::min(whole.size(), limit));
     std::size_t sent = 0;
     while (sent < whole.size()) {
         const ssize_t now = ::send(client, whole.data() + sent, whole.size() - sent, MSG_NOSIGNAL);
@@ -213,7 +215,9 @@ void serve(int client, int& busyAnswers) {
     if (config.contains("status") || config.contains("body"))
         answer(client, number(config, "status", 200), "text/plain", word(config, "body"));
     else if (request.starts_with("POST /generate "))
-        answer(client, 200, "audio/wav", tone(partOf(request, "text")));
+        answer(client, 200, "audio/wav", tone(partOf(request, "text")),
+               config.contains("cut") ? static_cast<std::size_t>(number(config, "cut"))
+                                      : std::string::npos);
     else
         answer(client, 404, "text/plain", "not here");
 }

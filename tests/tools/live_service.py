@@ -25,26 +25,31 @@ def free_port():
 
 
 class Service:
-    """`settings` are sections of config.json that are added to the address."""
+    """`settings` are sections of config.json that are added to the address. `prefix` are words in
+    front of the command, `environment` what is added to it; `root` is a data root made elsewhere."""
 
-    def __init__(self, program, settings=None):
+    def __init__(self, program, settings=None, prefix=(), environment=None, root=None):
         self.program = str(pathlib.Path(program).resolve())
-        self.root = pathlib.Path(tempfile.mkdtemp(prefix="zephon-live-"))
+        self.root = pathlib.Path(root or tempfile.mkdtemp(prefix="zephon-live-"))
         self.settings = settings or {}
+        self.prefix = list(prefix)
+        self.environment = environment or {}
         self.process = None
         self.port = 0
-        (self.root / "data").mkdir()
-        self.log = self.root / "stderr.log"
+        (self.root / "data").mkdir(exist_ok=True)
+        # Beside a data root of somebody else, which may be full.
+        self.log = (pathlib.Path(tempfile.mkdtemp(prefix="zephon-log-")) if root
+                    else self.root) / "stderr.log"
 
     def start(self, patience=60):
         """Returns when the listener is up. Another process may take the port first: then again."""
         for _ in range(20):
             self.port = free_port()
             self._write_config()
-            environment = {**os.environ, "ZEPHO_HOME": str(self.root)}
+            environment = {**os.environ, **self.environment, "ZEPHO_HOME": str(self.root)}
             with open(self.log, "ab") as log:
                 self.process = subprocess.Popen(
-                    [self.program], env=environment, stdout=subprocess.PIPE, stderr=log, text=True)
+                    [*self.prefix, self.program], env=environment, stdout=subprocess.PIPE, stderr=log, text=True)
             ready, _, _ = select.select([self.process.stdout], [], [], patience)
             if ready and self.process.stdout.readline().startswith("http://127.0.0.1:"):
                 return self
@@ -66,6 +71,10 @@ class Service:
         """An orderly end; the exit code."""
         return self._end(signal.SIGTERM)
 
+    def end_by(self, how):
+        """The end by that signal; the exit code."""
+        return self._end(how)
+
     def _end(self, how):
         if self.process is None:
             return None
@@ -84,6 +93,8 @@ class Service:
     def remove(self):
         self.kill()
         shutil.rmtree(self.root, ignore_errors=True)
+        if self.log.parent != self.root:
+            shutil.rmtree(self.log.parent, ignore_errors=True)
 
     def ask(self, method, target, body=None, timeout=60):
         """(status, headers, body); raises OSError or HTTPException when the service is gone."""
@@ -96,6 +107,37 @@ class Service:
             return answer.status, dict(answer.getheaders()), answer.read()
         finally:
             connection.close()
+
+    def with_engine(self, fake):
+        """Installs the stand-in for the inference program; where it runs from."""
+        engine = (self.root / "engine").resolve() / "s2"
+        engine.parent.mkdir()
+        shutil.copy2(fake, engine)
+        (self.root / "models").mkdir()
+        (self.root / "models/voice.gguf").write_text("a model")
+        (self.root / "models/tokenizer.json").write_text("{}")
+        return engine
+
+    # What the process costs now.
+
+    def status(self, key):
+        """A number of /proc/PID/status: VmRSS, VmHWM and RssAnon in KiB, Threads."""
+        text = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
+        return int(text.split(key + ":")[1].split()[0])
+
+    def reset_peak(self):
+        """VmHWM begins anew from what is resident now."""
+        pathlib.Path(f"/proc/{self.process.pid}/clear_refs").write_text("5")
+
+    def descriptors(self):
+        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+
+    def cpu_seconds(self):
+        words = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text().rpartition(")")[2].split()
+        return (int(words[11]) + int(words[12])) / os.sysconf("SC_CLK_TCK")
+
+    def lives(self):
+        return self.process is not None and self.process.poll() is None
 
     def wait_until(self, holds, patience=30):
         end = time.monotonic() + patience

@@ -1,0 +1,35 @@
+// The first header of the C library tells whether it is glibc.
+#include <cstdlib>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
+#include "core/platform/Memory.h"
+
+namespace zepho {
+
+#ifdef __GLIBC__
+
+void limitMemoryPools() {
+    constexpr int pools = 4;  // threads that allocate at the same moment are as many as cores
+    constexpr int large = 8 << 20;
+    ::mallopt(M_ARENA_MAX, pools);
+    // By itself it moves these up to 32 and 64 MB with the first large block that is freed, and that
+    // much stays at the end of each pool.
+    ::mallopt(M_MMAP_THRESHOLD, large);
+    ::mallopt(M_TRIM_THRESHOLD, 2 * large);
+}
+
+void giveBackMemory() {
+    ::malloc_trim(0);
+}
+
+#else
+
+void limitMemoryPools() {}
+void giveBackMemory() {}
+
+#endif
+
+}  // namespace zepho
