@@ -51,7 +51,7 @@ private:
     void saveEdits();
     void previewVoice();
     void deleteClip(int index);
-    void removeClip(const std::string& voiceId, int index);
+    void removeClip(const std::string& voiceId, int index, const std::string& text);
 
     RecordModel<VoiceInfo>* const model;
     RecordTable* const table;
@@ -323,26 +323,32 @@ void VoicesPage::previewVoice() {
 void VoicesPage::deleteClip(int index) {
     const VoiceInfo* const voice = current();
     if (voice == nullptr || busy || index >= static_cast<int>(voice->clips.size())) return;
+    const VoiceClip& clip = voice->clips[static_cast<std::size_t>(index)];
+    const auto remove = [this, id = voice->id, index, text = clip.text] {
+        removeClip(id, index, text);
+    };
     // The library refuses to take the last one, with a reason: no need to ask first.
-    if (voice->clips.size() == 1) return removeClip(voice->id, index);
-    app.confirm(qTF("删掉这一段参考音频?\n%@", voice->clips[static_cast<std::size_t>(index)].text),
-                [page = QPointer(this), id = voice->id, index] {
-                    if (page) page->removeClip(id, index);
-                });
+    if (voice->clips.size() == 1) return remove();
+    app.confirm(qTF("删掉这一段参考音频?\n%@", clip.text), [page = QPointer(this), remove] {
+        if (page) remove();
+    });
 }
 
-void VoicesPage::removeClip(const std::string& voiceId, int index) {
+void VoicesPage::removeClip(const std::string& voiceId, int index, const std::string& text) {
     setBusy(true);
-    app.inBackground(
-        this,
-        [service = app.service, voiceId, index] {
-            return service->voices.removeClip(voiceId, index);
-        },
-        [this](const Outcome<bool>& removed) {
-            setBusy(false);
-            app.reloadVoices();
-            if (!removed.ok()) app.alert(toQt(removed.error));
-        });
+    // Another client may have changed the list since the question: then it was about another clip.
+    const auto work = [service = app.service, voiceId, index, text] {
+        const std::optional<VoiceInfo> voice = service->voices.find(voiceId);
+        const auto place = static_cast<std::size_t>(index);
+        if (!voice || place >= voice->clips.size() || voice->clips[place].text != text)
+            return false;
+        return service->voices.removeClip(voiceId, index);
+    };
+    app.inBackground(this, work, [this](const Outcome<bool>& removed) {
+        setBusy(false);
+        app.reloadVoices();
+        if (!removed.ok()) app.alert(toQt(removed.error));
+    });
 }
 
 }  // namespace

@@ -18,6 +18,8 @@ namespace zepho::test {
 
 class VoicePagesFixture : public WindowFixture {
 protected:
+    // These pages need no listener, and so no port that another program may have.
+    void configure(AppConfig& config) override { config.autoStartServer = false; }
     // A tone of this length in a new WAV file.
     QString clipFile(const std::string& name, int ms) {
         const std::string path = files.file(name);
