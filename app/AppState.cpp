@@ -188,7 +188,8 @@ void AppState::shutdown() {
 
 void AppState::quit() {
     shutdown();
-    QCoreApplication::quit();
+    // quit() would ask the windows first, and ours never closes by itself.
+    QCoreApplication::exit();
 }
 
 // ---- dialogs
