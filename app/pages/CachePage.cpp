@@ -93,7 +93,7 @@ CachePage::CachePage(AppState& state)
     addFilterLine(all);
     table->setObjectName("cacheTable");
     name(table, "缓存");
-    const int letter = table->fontMetrics().averageCharWidth();
+    const int letter = table->fontMetrics().horizontalAdvance('0');
     const int widths[] = {20, 12, 8, 10, 11};
     for (int i = 0; i < textColumn; ++i) table->setColumnWidth(i, widths[i] * letter);
     all->addWidget(table, 1);
@@ -157,7 +157,7 @@ void CachePage::addFilterLine(QVBoxLayout* to) {
     name(filter, "筛选");
     voicePicker->setObjectName("cacheVoice");
     voicePicker->setSizeAdjustPolicy(QComboBox::AdjustToContents);
-    voicePicker->setMaximumWidth(fontMetrics().averageCharWidth() * 36);
+    voicePicker->setMaximumWidth(fontMetrics().horizontalAdvance('0') * 40);
     name(voicePicker, "音色");
     auto* const refresh = new QPushButton(this);
     say(refresh, "刷新");

@@ -105,7 +105,7 @@ HubPage::HubPage(AppState& state)
     addFilterBar(all);
     table->setObjectName("hubTable");
     name(table, "云分享");
-    const int letter = table->fontMetrics().averageCharWidth();
+    const int letter = table->fontMetrics().horizontalAdvance('0');
     const int widths[] = {26, 14, 11, 10, 9, 11, 13};
     for (int i = 0; i < noteColumn; ++i) table->setColumnWidth(i, widths[i] * letter);
     all->addWidget(table, 1);
@@ -191,7 +191,7 @@ void HubPage::addFilterBar(QVBoxLayout* to) {
     auto* const second = new QHBoxLayout;
     for (QComboBox* const picker : {languagePicker, genderPicker, uploaderPicker, sortPicker}) {
         picker->setSizeAdjustPolicy(QComboBox::AdjustToContents);
-        picker->setMaximumWidth(fontMetrics().averageCharWidth() * 30);
+        picker->setMaximumWidth(fontMetrics().horizontalAdvance('0') * 34);
         second->addWidget(picker);
     }
     second->addStretch(1);

@@ -86,7 +86,7 @@ LogPage::LogPage(AppState& state)
       status(new QLabel(this)) {
     table->setObjectName("requests");
     name(table, "请求");
-    const int letter = table->fontMetrics().averageCharWidth();
+    const int letter = table->fontMetrics().horizontalAdvance('0');
     const int widths[] = {11, 11, 18, 9, 11, 11, 9};
     for (int i = 0; i < noteColumn; ++i) table->setColumnWidth(i, widths[i] * letter);
     lines->setObjectName("logLines");

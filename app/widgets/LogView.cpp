@@ -3,9 +3,12 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QFontDatabase>
+#include <QFontInfo>
 #include <QKeyEvent>
 #include <QStyledItemDelegate>
 #include <algorithm>
+
+#include "core/diag/Language.h"
 
 namespace zepho {
 namespace {
@@ -48,6 +51,10 @@ LogView::LogView(LogLineModel* shown, QWidget* parent) : QListView(parent), mode
 void LogView::applyFont() {
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     QStringList families{font.family()};
+    // Where the system knows no monospaced font it names one that is not.
+    if (!QFontInfo(font).fixedPitch())
+        families.prepend(uiLang() == UiLang::ja ? "Noto Sans Mono CJK JP"
+                                                : "Noto Sans Mono CJK SC");
     families += QApplication::font().families();
     font.setFamilies(families);
     font.setPointSize(pointSize);
