@@ -176,7 +176,8 @@ void AppState::shutdown() {
 
 void AppState::quit() {
     shutdown();
-    QCoreApplication::quit();
+    // quit() would ask the window first, which refuses to be closed.
+    QCoreApplication::exit(0);
 }
 
 // ---- dialogs
