@@ -189,6 +189,7 @@ void PreviewPage::addLanguage() {
     connect(languages, &QComboBox::activated, this,
             [this] { language->setText(languages->currentData().toString()); });
     auto* both = new QHBoxLayout;
+    both->setSpacing(8);
     both->addWidget(language, 1);
     both->addWidget(languages, 1);
     languageRow = addRow("语言", language, both);

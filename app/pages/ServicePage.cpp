@@ -122,6 +122,7 @@ void ServicePage::addStatus(QVBoxLayout* to) {
     QFont big = status->font();
     big.setPointSizeF(big.pointSizeF() * 1.35);
     big.setWeight(QFont::DemiBold);
+    dot->setObjectName("statusDot");
     status->setObjectName("serviceStatus");
     status->setFont(big);
     dot->setFont(big);
@@ -265,9 +266,14 @@ void ServicePage::showEndpoints() {
 }
 
 void ServicePage::showUsage() {
-    // A fixed pitch, with the language's own glyphs for what it lacks.
+    // Fixed pitch for Han text, too, in the form of the language.
     QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    fixed.setFamilies(QStringList(fixed.family()) + QGuiApplication::font().families());
+    const auto* const wide =
+        uiLang() == UiLang::ja ? "Noto Sans Mono CJK JP" : "Noto Sans Mono CJK SC";
+    const bool named = QFontInfo(fixed).fixedPitch();
+    fixed.setFamilies(named ? QStringList{fixed.family(), wide} : QStringList{wide});
+    fixed.setStyleHint(QFont::Monospace);
+    fixed.setFixedPitch(true);
     if (fixed != usage->font()) usage->setFont(fixed);
     const QString text =
         toQt(usageText(app.endpoints, app.config->bindAddress, app.config->baseUrl()));
