@@ -24,14 +24,16 @@ std::string printfSpelling(std::string_view format) {
 bool isTooWide(std::string_view format) {
     constexpr std::size_t mostDigits = 3;
     bool inside = false;  // of a placeholder, between its percent sign and its letter
+    bool opened = false;  // by the character before
     std::size_t digits = 0;
     for (const char c : format) {
         const bool isDigit = c >= '0' && c <= '9';
         const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '@';
         digits = inside && isDigit ? digits + 1 : 0;
         if (digits > mostDigits || (inside && c == '*')) return true;
+        opened = c == '%' && !opened;
         if (c == '%')
-            inside = !inside;
+            inside = opened;
         else if (isLetter)
             inside = false;
     }

@@ -165,7 +165,7 @@ TEST(FormatText, FillsPlaceholders) {
     EXPECT_EQ(formatText("100%"), "100%");
     // Nor does one that would fill the memory, while the percent signs of a text count for nothing.
     for (const char* wide : {"%99999999d", "%.2000000000f", "%-08888d", "%*d", "%.*f", "%% %1000d",
-                             "%2$99999999d", "%d %'5000d"})
+                             "%2$99999999d", "%d %'5000d", "%?%5000d"})
         EXPECT_EQ(formatText(wide, 7, 7), wide);
     EXPECT_EQ(formatText("%%2000 %03d", 7), "%2000 007");
 }
