@@ -1,6 +1,7 @@
 #include "core/base/JsonObjectText.h"
 
 #include <cmath>
+#include <cstddef>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -49,21 +50,21 @@ void JsonObjectText::begin(std::string_view name) {
 void JsonObjectText::appendQuoted(std::string_view value) {
     constexpr std::string_view hex = "0123456789abcdef";
     text += '"';
-    for (const char c : value) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && c != '"' && c != '\\') {
-            text += c;
-            continue;
-        }
-        text += '\\';
+    std::size_t plain = 0;  // from here on nothing had to be escaped
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(value[i]);
+        if (byte >= 0x20 && byte != '"' && byte != '\\') continue;
+        text.append(value, plain, i - plain) += '\\';
+        plain = i + 1;
         constexpr std::string_view shortNames = "btn.fr";  // from 8 on; 11 has none
         if (byte >= 0x20)
-            text += c;
+            text += value[i];
         else if (byte >= 8 && byte <= 13 && byte != 11)
             text += shortNames[byte - 8U];
         else
             (text += "u00").append({hex[byte >> 4U], hex[byte & 15U]});
     }
+    text.append(value, plain);
     text += '"';
 }
 
