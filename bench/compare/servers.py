@@ -46,11 +46,11 @@ def cpu_seconds(pids):
 
 
 def resident(pids):
-    """Bytes; what nginx's processes share is counted once for each."""
+    """Bytes; what several processes share is divided among them."""
     total = 0
     for pid in pids:
-        status = pathlib.Path(f"/proc/{pid}/status").read_text()
-        total += int(re.search(r"VmRSS:\s+(\d+)", status)[1]) * 1024
+        rollup = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
+        total += int(re.search(r"^Pss:\s+(\d+)", rollup, re.M)[1]) * 1024
     return total
 
 
@@ -188,6 +188,9 @@ class Servers:
                                      "/s", 0.9, True))
                 rows.append(compared(work + ", cpp-httplib", ours, column(result["httplib"], 0),
                                      "/s", 1.6, True))
+                rows.append(compared(work + ", CPU a request, nginx return 200",
+                                     column(result["ours"], 1), column(result["nginx"], 1), "µs",
+                                     None, False))
                 if path == "/v1/stats" and connections == 8:
                     late = column(result["ours"], 3)
                     middle = statistics.median(late)
