@@ -9,13 +9,6 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc)
 pkg_check_modules(libdeflate REQUIRED IMPORTED_TARGET libdeflate)
 
-# Asio without Boost is headers only and ships no CMake file.
-find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
-add_library(zepho-asio INTERFACE)
-target_include_directories(zepho-asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
-target_compile_definitions(zepho-asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
-target_link_libraries(zepho-asio INTERFACE Threads::Threads)
-
 # miniaudio: an installed header that is new enough, else the copy of scripts/fetch-miniaudio.
 find_path(MINIAUDIO_INCLUDE_DIR miniaudio.h)
 if(MINIAUDIO_INCLUDE_DIR)

@@ -79,7 +79,11 @@ std::string HttpRequest::bodyText() const {
 }
 
 HttpResponse HttpResponse::json(int status, const Json& value) {
-    return {status, {{"Content-Type", "application/json; charset=utf-8"}}, jsonData(value)};
+    return jsonText(status, jsonString(value));
+}
+
+HttpResponse HttpResponse::jsonText(int status, std::string_view object) {
+    return {status, {{"Content-Type", "application/json; charset=utf-8"}}, toBytes(object)};
 }
 
 HttpResponse HttpResponse::text(int status, std::string_view text) {

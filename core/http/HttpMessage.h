@@ -35,6 +35,8 @@ struct HttpResponse {
     SharedBytes body;
 
     static HttpResponse json(int status, const Json& value);
+    // JSON that has been written already.
+    static HttpResponse jsonText(int status, std::string_view object);
     static HttpResponse text(int status, std::string_view text);
     // {"error": code, "message": message}
     static HttpResponse error(int status, std::string_view code, std::string_view message);

@@ -63,10 +63,11 @@ HttpResponse answer(const HttpHandler& handler, const HttpRequest& request) {
 
 // What a connection keeps between two receives. Alive through its pending callback.
 struct HttpServer::Session : std::enable_shared_from_this<Session> {
-    Session(TcpConnection made, std::weak_ptr<const HttpServer> owner)
+    Session(TcpConnection made, const std::shared_ptr<const HttpServer>& owner)
         : connection(std::move(made)),
           peer(peerAddress(connection.remoteHost())),
-          server(std::move(owner)) {}
+          server(owner),
+          memory(owner->budget) {}
 
     void receiveLoop();
     void received(const TcpReceived& event);
@@ -77,13 +78,15 @@ struct HttpServer::Session : std::enable_shared_from_this<Session> {
     void serveRest(bool complete);
     // False when the response was the connection's last.
     bool respond(const HttpRequest& request, HttpResponse response);
-    void append(ByteView bytes);
+    // These two are false when the budget of all connections does not allow it.
+    [[nodiscard]] bool append(ByteView bytes);
     // Keeps the part of `unread` behind `used`.
-    void keep(ByteView unread, std::size_t used);
+    [[nodiscard]] bool keep(ByteView unread, std::size_t used);
 
     TcpConnection connection;
     const std::string peer;
     const std::weak_ptr<const HttpServer> server;
+    BufferBudget::Share memory;
     Bytes buffer;
     ParseProgress progress;
 };
@@ -103,7 +106,7 @@ void HttpServer::Session::received(const TcpReceived& event) {
     if (progress.outlook == ParseProgress::Outlook::never)
         return event.complete ? connection.cancel() : receiveLoop();
     if (buffer.empty()) return serve(*toCall, event.bytes, event.complete);
-    append(event.bytes);
+    if (!append(event.bytes)) return connection.cancel();
     serve(*toCall, buffer, event.complete);
 }
 
@@ -112,23 +115,28 @@ void HttpServer::Session::serve(const HttpHandler& toCall, ByteView unread, bool
     while (auto parsed = parseRequest(unread.subspan(used), peer, progress)) {
         used += parsed->consumed;
         progress = {};
+        const std::size_t bodySize = parsed->request.body.size();
+        if (!memory.grow(buffer.capacity() + bodySize)) return connection.cancel();
         if (used == unread.size() && !buffer.empty()) {
             // A large request is not held twice while its handler runs.
             Bytes().swap(buffer);
             unread = {};
             used = 0;
+            memory.shrink(bodySize);
         }
         if (!respond(parsed->request, answer(toCall, parsed->request))) return;
+        parsed.reset();
+        memory.shrink(buffer.capacity());
         if (used < unread.size() && connection.isSending()) {
             // Pipelined requests wait here, or a client that does not read could pile up answers.
-            keep(unread, used);
+            if (!keep(unread, used)) return connection.cancel();
             return connection.afterSent(
                 [self = shared_from_this(), complete] { self->serveRest(complete); });
         }
     }
     if (progress.outlook == ParseProgress::Outlook::refused || complete) return connection.cancel();
     if (progress.outlook == ParseProgress::Outlook::never) used = unread.size();
-    keep(unread, used);
+    if (!keep(unread, used)) return connection.cancel();
     receiveLoop();
 }
 
@@ -149,33 +157,42 @@ bool HttpServer::Session::respond(const HttpRequest& request, HttpResponse respo
     return false;
 }
 
-void HttpServer::Session::append(ByteView bytes) {
+bool HttpServer::Session::append(ByteView bytes) {
     const std::size_t size = buffer.size() + bytes.size();
     if (buffer.capacity() < size) {
         // A promised length is believed only as far as bytes have come.
         const std::size_t doubled = std::max(size, 2 * buffer.size());
-        buffer.reserve(progress.needed >= size ? std::min(progress.needed, doubled) : doubled);
+        const std::size_t wanted =
+            progress.needed >= size ? std::min(progress.needed, doubled) : doubled;
+        // While it grows, both are there.
+        if (!memory.grow(buffer.capacity() + wanted)) return false;
+        buffer.reserve(wanted);
+        memory.shrink(buffer.capacity());
     }
     appendBytes(buffer, bytes);
+    return true;
 }
 
-void HttpServer::Session::keep(ByteView unread, std::size_t used) {
+bool HttpServer::Session::keep(ByteView unread, std::size_t used) {
     const ByteView rest = unread.subspan(used);
-    if (unread.data() != buffer.data()) {
-        append(rest);
-    } else if (rest.empty()) {
+    if (unread.data() != buffer.data()) return append(rest);
+    if (rest.empty()) {
         Bytes().swap(buffer);
+        memory.shrink(0);
     } else {
         buffer.erase(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(used));
     }
+    return true;
 }
 
 // ---- the server
 
-HttpServer::HttpServer(std::string address, int port, HttpHandler toCall)
+HttpServer::HttpServer(std::string address, int port, HttpHandler toCall,
+                       std::shared_ptr<BufferBudget> allConnections)
     : bindAddress(std::move(address)),
       wantedPort(port),
       handler(std::make_shared<const HttpHandler>(std::move(toCall))),
+      budget(std::move(allConnections)),
       queue(std::make_unique<TaskQueue>("zepho.http")),
       boundPort(port) {}
 
@@ -265,7 +282,7 @@ void HttpServer::listenerChanged(const std::error_code& error) {
 }
 
 void HttpServer::accept(TcpConnection connection) const {
-    std::make_shared<Session>(std::move(connection), weak_from_this())->receiveLoop();
+    std::make_shared<Session>(std::move(connection), shared_from_this())->receiveLoop();
 }
 
 // ---- words and addresses

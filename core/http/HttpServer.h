@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "core/base/TtsError.h"
+#include "core/http/BufferBudget.h"
 #include "core/http/HttpMessage.h"
 #include "core/platform/NetInterfaces.h"
 #include "core/platform/TaskQueue.h"
@@ -28,8 +29,10 @@ using HttpHandler = std::function<HttpResponse(const HttpRequest&)>;
 class HttpServer : public std::enable_shared_from_this<HttpServer> {
 public:
     // An empty address or "0.0.0.0" means all interfaces. Port 0 means any free port, which
-    // `port()` tells once the server has started.
-    HttpServer(std::string bindAddress, int port, HttpHandler handler);
+    // `port()` tells once the server has started. A connection whose request would pass the budget is
+    // closed.
+    HttpServer(std::string bindAddress, int port, HttpHandler handler,
+               std::shared_ptr<BufferBudget> budget = BufferBudget::ofProcess());
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
     // Does not wait for handlers that block; what they hold must live until they return.
@@ -57,6 +60,7 @@ private:
     const std::string bindAddress;
     const int wantedPort;
     const std::shared_ptr<const HttpHandler> handler;
+    const std::shared_ptr<BufferBudget> budget;
 
     // Guarding itself.
     const std::unique_ptr<TaskQueue> queue;

@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "core/base/JsonObjectText.h"
 #include "core/base/Text.h"
 #include "core/diag/AppLog.h"
 #include "core/diag/Language.h"
@@ -69,17 +70,18 @@ HttpResponse TtsHttpService::routeHealth() {
     const EngineHealth health = service->engineHealth();
     const ServiceStats stats = service->stats();
     const AppConfig& config = *service->config;
-    return HttpResponse::json(
-        200, {{"status", health.ready && !stats.placeholder ? "ready" : "degraded"},
-              {"version", ZEPHO::version},
-              {"engine", health.backend},
-              {"engine_detail", health.detail},
-              {"engine_ready", health.ready},
-              {"placeholder", stats.placeholder},
-              {"engine_exe", health.exePath},
-              {"compute", computeBackendCode(config.engine.get().compute)},
-              {"voices", service->voices.count()},
-              {"output_sample_rate", config.outputSampleRate.get()}});
+    JsonObjectText answer;
+    answer.add("compute", computeBackendCode(config.engine.get().compute))
+        .add("engine", health.backend)
+        .add("engine_detail", health.detail)
+        .add("engine_exe", health.exePath)
+        .add("engine_ready", health.ready)
+        .add("output_sample_rate", config.outputSampleRate.get())
+        .add("placeholder", stats.placeholder)
+        .add("status", health.ready && !stats.placeholder ? "ready" : "degraded")
+        .add("version", ZEPHO::version)
+        .add("voices", service->voices.count());
+    return HttpResponse::jsonText(200, answer.finish());
 }
 
 HttpResponse TtsHttpService::routeStats() {
@@ -88,20 +90,22 @@ HttpResponse TtsHttpService::routeStats() {
         stats.totalAudioMs < 1
             ? 0.0
             : static_cast<double>(stats.totalSynthMs) / static_cast<double>(stats.totalAudioMs);
-    return HttpResponse::json(200, {{"total", stats.total},
-                                    {"failed", stats.failed},
-                                    {"cache_hits", stats.cacheHits},
-                                    {"cache_hit_rate", stats.cacheHitRate},
-                                    {"cache_bytes", stats.cacheBytes},
-                                    {"cache_count", stats.cacheCount},
-                                    {"queue_depth", stats.queueDepth},
-                                    {"prewarm_pending", stats.prewarmPending},
-                                    {"busy", stats.busy},
-                                    {"p50_ms", stats.p50Ms},
-                                    {"p95_ms", stats.p95Ms},
-                                    {"rtf", realTimeFactor},
-                                    {"engine", stats.engineName},
-                                    {"placeholder", stats.placeholder}});
+    JsonObjectText answer;
+    answer.add("busy", stats.busy)
+        .add("cache_bytes", stats.cacheBytes)
+        .add("cache_count", stats.cacheCount)
+        .add("cache_hit_rate", stats.cacheHitRate)
+        .add("cache_hits", stats.cacheHits)
+        .add("engine", stats.engineName)
+        .add("failed", stats.failed)
+        .add("p50_ms", stats.p50Ms)
+        .add("p95_ms", stats.p95Ms)
+        .add("placeholder", stats.placeholder)
+        .add("prewarm_pending", stats.prewarmPending)
+        .add("queue_depth", stats.queueDepth)
+        .add("rtf", realTimeFactor)
+        .add("total", stats.total);
+    return HttpResponse::jsonText(200, answer.finish());
 }
 
 HttpResponse TtsHttpService::routeSelfTest(const HttpRequest& request) {

@@ -65,17 +65,28 @@ class SharedBytes {
 public:
     SharedBytes() = default;
     // NOLINTNEXTLINE(google-explicit-constructor): a finished buffer is a SharedBytes.
-    SharedBytes(Bytes bytes) : held(std::make_shared<const Bytes>(std::move(bytes))) {}
+    SharedBytes(Bytes bytes) {
+        const auto made = std::make_shared<const Bytes>(std::move(bytes));
+        held = {made, made->data()};
+        count = made->size();
+    }
+    // `size` bytes that live as long as `memory`; `file`, if not -1, is an open file of these very
+    // bytes, for whoever can pass them on without looking at them.
+    SharedBytes(std::shared_ptr<const std::uint8_t> memory, std::size_t size, int file)
+        : held(std::move(memory)), count(size), number(file) {}
 
-    [[nodiscard]] const std::uint8_t* data() const { return held ? held->data() : nullptr; }
-    [[nodiscard]] std::size_t size() const { return held ? held->size() : 0; }
+    [[nodiscard]] const std::uint8_t* data() const { return held.get(); }
+    [[nodiscard]] std::size_t size() const { return count; }
     [[nodiscard]] bool empty() const { return size() == 0; }
     [[nodiscard]] ByteView view() const { return {data(), size()}; }
     // NOLINTNEXTLINE(google-explicit-constructor): reads like the buffer itself.
     operator ByteView() const { return view(); }
+    [[nodiscard]] int file() const { return number; }
 
 private:
-    std::shared_ptr<const Bytes> held;
+    std::shared_ptr<const std::uint8_t> held;
+    std::size_t count = 0;
+    int number = -1;
 };
 
 }  // namespace zepho

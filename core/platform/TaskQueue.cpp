@@ -6,6 +6,7 @@
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "core/platform/TaskQueueState.h"
 #include "core/platform/Thread.h"
@@ -34,8 +35,11 @@ TaskQueue::State::State(std::string threadName, Limits wanted)
     : name(std::move(threadName)),
       idleThreads(wanted.idleThreads > 0 ? static_cast<int>(wanted.idleThreads)
                                          : defaultIdleThreads()),
-      maxThreads(std::max<std::size_t>(wanted.maxThreads, 1)) {
-    work.emplace(io.get_executor());
+      maxThreads(std::max<std::size_t>(wanted.maxThreads, 1)) {}
+
+TaskQueue::State::~State() {
+    for (const auto& [id, weak] : std::exchange(watched, {}))
+        if (const auto left = weak.lock()) left->abandon();
 }
 
 void TaskQueue::State::lastIdleLeft() {
@@ -99,7 +103,7 @@ void TaskQueue::State::keepOneIdle() {
 void TaskQueue::State::addThread() {
     {
         const std::lock_guard guard(lock);
-        if (threads >= maxThreads) return;
+        if (over || threads >= maxThreads) return;
         ++threads;
         idle.fetch_add(1);
     }
@@ -117,7 +121,7 @@ void TaskQueue::State::run() {
     ownQueue = this;
     while (staysInLoop()) {
         try {
-            if (io.run_one() > 0) continue;
+            if (runOne()) continue;
             idle.fetch_sub(1);
             break;
         } catch (const std::exception&) {
@@ -127,6 +131,11 @@ void TaskQueue::State::run() {
     }
     const std::lock_guard guard(lock);
     --threads;
+    if (threads == 0 && ending.load() && watched.empty() && tasks.empty()) {
+        // Now, and not whenever the system lets this thread end: who waits may need them.
+        over = true;
+        poller.close();
+    }
     changed.notify_all();
 }
 
@@ -148,6 +157,53 @@ bool TaskQueue::State::staysInLoop() {
     return true;
 }
 
+bool TaskQueue::State::runOne() {
+    const Poller::Event event = poller.wait();
+    if (event.id == Poller::ended) return false;
+    std::function<void()> task;
+    std::shared_ptr<Watched> concerned;
+    {
+        const std::lock_guard guard(lock);
+        if (event.id == Poller::posted) {
+            if (tasks.empty()) return true;
+            task = std::move(tasks.front());
+            tasks.pop_front();
+            endIfDoneLocked();
+        } else if (const auto found = watched.find(event.id); found != watched.end()) {
+            concerned = found->second.lock();
+        }
+    }
+    if (task) task();
+    if (concerned) concerned->ready(event);
+    return true;
+}
+
+std::optional<Poller::Id> TaskQueue::State::enrol(const std::shared_ptr<Watched>& added) {
+    const std::lock_guard guard(lock);
+    if (ending.load()) return std::nullopt;
+    watched.emplace(nextId, added);
+    return nextId++;
+}
+
+void TaskQueue::State::leave(Poller::Id id) {
+    const std::lock_guard guard(lock);
+    watched.erase(id);
+    if (!ending.load()) return;
+    endIfDoneLocked();
+    changed.notify_all();
+}
+
+void TaskQueue::State::post(std::function<void()> task) {
+    const std::lock_guard guard(lock);
+    if (over) return;
+    tasks.push_back(std::move(task));
+    poller.post();
+}
+
+void TaskQueue::State::endIfDoneLocked() {
+    if (!over && ending.load() && watched.empty() && tasks.empty()) poller.end();
+}
+
 TaskQueue::TaskQueue(const std::string& name) : TaskQueue(name, Limits{}) {}
 
 TaskQueue::TaskQueue(const std::string& name, Limits limits)
@@ -158,24 +214,30 @@ TaskQueue::TaskQueue(const std::string& name, Limits limits)
 }
 
 TaskQueue::~TaskQueue() {
+    // Let go after the lock: one of them may be the last to hold its connection.
+    std::vector<std::shared_ptr<Watched>> open;
     std::unique_lock guard(state->lock);
     state->ending.store(true);
     state->wakeParked.notify_all();
     state->wakeWatcher.notify_all();
-    state->work.reset();
-    std::error_code ignored;
-    for (asio::ip::tcp::socket* socket : state->sockets)
-        socket->shutdown(asio::socket_base::shutdown_receive, ignored);
+    open.reserve(state->watched.size());
+    for (const auto& [id, weak] : state->watched)
+        if (auto left = weak.lock()) open.push_back(std::move(left));
+    for (const auto& left : open) left->endReceiving();
+    state->endIfDoneLocked();
+    guard.unlock();
+    open.clear();
     if (ownQueue == state.get()) return;
+    guard.lock();
     state->changed.wait_for(guard, endingPatience, [this] {
         const auto blocked = static_cast<std::size_t>(state->blocked.load());
         if (state->watcherLives) return false;
-        return state->threads == 0 || (blocked > 0 && state->sockets.size() <= blocked);
+        return state->threads == 0 || (blocked > 0 && state->watched.size() <= blocked);
     });
 }
 
 void TaskQueue::post(std::function<void()> task) {
-    asio::post(state->io, std::move(task));
+    state->post(std::move(task));
 }
 
 std::size_t TaskQueue::threadCount() const {

@@ -1,27 +1,42 @@
 // The inside of a task queue, for the source files of the queue and of its sockets only.
 //
-// Every thread of the queue keeps the state alive. Sockets refer to it plainly: their pending
-// operations lie inside `io` and must not keep it alive in turn.
+// Every thread of the queue keeps the state alive. What waits for events keeps itself alive, or is
+// kept by its owner, and refers to the state plainly.
 #pragma once
 
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
-#include <cstdint>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 
-#include <asio.hpp>
-
+#include "core/platform/Poller.h"
 #include "core/platform/TaskQueue.h"
 
 namespace zepho {
 
+// Something whose descriptor the queue watches.
+class Watched {
+public:
+    virtual ~Watched() = default;
+    // An event, on the thread that got it. Several may come at the same time.
+    virtual void ready(const Poller::Event& event) = 0;
+    // The queue ends: no more is to be received, what is queued may go out.
+    virtual void endReceiving() = 0;
+    // No thread is left to bring events.
+    virtual void abandon() = 0;
+};
+
 struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     State(std::string threadName, Limits wanted);
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+    ~State();
 
     // A thread has begun to block and left nobody in the loop.
     void lastIdleLeft();
@@ -36,6 +51,15 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     void run();
     // Keeps the calling thread outside the loop while it is too much there. False: it shall end.
     bool staysInLoop();
+    // Waits for one event and lets it happen. False: the queue has ended.
+    bool runOne();
+
+    // Under which the poller may tell of it. Absent when the queue is ending.
+    [[nodiscard]] std::optional<Poller::Id> enrol(const std::shared_ptr<Watched>& watched);
+    void leave(Poller::Id id);
+    void post(std::function<void()> task);
+    // Sends the threads home if nothing is left that could happen.
+    void endIfDoneLocked();
 
     // Constant after construction.
     const std::string name;
@@ -43,6 +67,7 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     const std::size_t maxThreads;
 
     // Guarding themselves.
+    Poller poller;
     std::atomic<int> idle{0};     // threads in the loop that no task blocks, or about to enter it
     std::atomic<int> blocked{0};  // threads inside a Blocking
     std::atomic<bool> ending{false};
@@ -55,14 +80,13 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     std::condition_variable wakeWatcher;
     std::condition_variable changed;  // while ending: a thread, a connection or a task came or went
     bool watcherLives = false;
+    bool over = false;  // the last thread has gone and nothing is left
     std::size_t threads = 0;
     std::size_t parked = 0;   // threads that wait outside the loop for being needed again
     std::size_t recalls = 0;  // parked threads already asked back
-    std::unordered_set<asio::ip::tcp::socket*> sockets;  // of all open connections
-
-    // Guarding itself. The last member: what is still pending in it when it goes uses the others.
-    asio::io_context io;
-    std::optional<asio::executor_work_guard<asio::io_context::executor_type>> work;  // by `lock`
+    std::deque<std::function<void()>> tasks;
+    Poller::Id nextId = Poller::firstFree;
+    std::unordered_map<Poller::Id, std::weak_ptr<Watched>> watched;
 };
 
 }  // namespace zepho

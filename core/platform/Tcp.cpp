@@ -1,25 +1,20 @@
 #include "core/platform/Tcp.h"
 
-#include <algorithm>
-#include <array>
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <utility>
 #include <vector>
 
 #include "core/platform/TaskQueueState.h"
+#include "core/platform/TcpSocket.h"
 
 namespace zepho {
 namespace {
 
-using Tcp = asio::ip::tcp;
-
-constexpr int sendBufferSize = 256 * 1024;
-// A body up to this size is handed to the system in one go. A larger one goes in steps: the reader
-// then works on one step while the next is copied.
-constexpr std::size_t wholeSendLimit = std::size_t{256} * 1024;
-constexpr std::size_t sendStep = std::size_t{64} * 1024;
 constexpr auto acceptBackoff = std::chrono::milliseconds(100);
+// So many connections are taken at a time before others have their turn.
+constexpr int acceptBatch = 16;
 
 // Where a thread reads to. A connection keeps only what is left of it.
 std::uint8_t* threadBuffer() {
@@ -28,20 +23,17 @@ std::uint8_t* threadBuffer() {
     return buffer.get();
 }
 
-bool isWouldBlock(const std::error_code& error) {
-    return error == asio::error::would_block || error == asio::error::try_again;
-}
-
-TcpHost hostOf(const Tcp::endpoint& endpoint) {
-    const asio::ip::address address = endpoint.address();
-    return {address.is_v4() ? TcpHost::Kind::ipv4 : TcpHost::Kind::ipv6, address.to_string()};
+// Errors after which no accept can work.
+bool isForGood(const std::error_code& error) {
+    return error == std::errc::bad_file_descriptor || error == std::errc::invalid_argument ||
+           error == std::errc::not_a_socket || error == std::errc::operation_not_supported;
 }
 
 }  // namespace
 
 // ---- connection
 
-struct TcpConnection::Impl : std::enable_shared_from_this<TcpConnection::Impl> {
+struct TcpConnection::Impl : Watched, std::enable_shared_from_this<TcpConnection::Impl> {
     using Receiver = std::function<void(const TcpReceived&)>;
 
     struct Message {
@@ -49,118 +41,131 @@ struct TcpConnection::Impl : std::enable_shared_from_this<TcpConnection::Impl> {
         SharedBytes body;
     };
 
-    Impl(TaskQueue::State& owner, Tcp::socket accepted, TcpHost remote)
+    Impl(TaskQueue::State& owner, TcpSocket accepted, TcpHost remote)
         : queue(owner), host(std::move(remote)), socket(std::move(accepted)) {}
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
-    ~Impl() { close(); }
+    ~Impl() override { close(); }
+
+    void ready(const Poller::Event& event) override;
+    void endReceiving() override { socket.endReceiving(); }
+    void abandon() override { close(); }
 
     // Makes the queue know the connection; false when the queue is ending.
     bool enrol();
     void close();
-    void awaitBytes(Receiver done);
-    void readNow(Receiver done);
+    // Does what the signals allow, until there are no new ones. By whoever has set `busy`.
+    void work();
+    void step();
+    void readNow();
     // Sends what the system takes at once.
     void sendSome();
-    // Waits for room and sends the rest. The event under way ends with it: the wait may be over, on
-    // another thread, before this returns.
-    void sendRest();
-    void sent();
 
     // Constant after construction.
     TaskQueue::State& queue;
     const TcpHost host;
 
-    // Used by the one event under way. The queue itself only ever ends the receiving side of
+    // Guarding itself: what has been told since it was last looked at. `busy` while a thread works
+    // here, from the start on, as the first one is who has accepted the connection.
+    enum Signal : unsigned { busy = 1, readable = 2, writable = 4, closed = 8 };
+    std::atomic<unsigned> signals{busy};
+
+    // Used by the thread that works here. The queue itself only ever ends the receiving side of
     // `socket`, under its own lock, and only while the connection is enrolled.
-    Tcp::socket socket;
-    bool enrolled = false;
+    TcpSocket socket;
+    std::optional<Poller::Id> id;
+    bool mayRead = false;
+    bool maySend = false;
+    bool peerEnded = false;
     bool closing = false;  // after what is queued
     std::vector<Message> outgoing;
     std::size_t sentOfFirst = 0;
-    Receiver onReceived;           // asked for while something is queued
-    std::function<void()> onSent;  // likewise
+    Receiver onReceived;
+    std::function<void()> onSent;
+    std::shared_ptr<Impl> keptAlive;  // while nobody else waits for what is queued
 };
 
 bool TcpConnection::Impl::enrol() {
-    const std::lock_guard guard(queue.lock);
-    if (queue.ending.load()) return false;
-    queue.sockets.insert(&socket);
-    return enrolled = true;
+    id = queue.enrol(shared_from_this());
+    return id && queue.poller.watchChanges(socket.descriptor(), *id);
 }
 
 void TcpConnection::Impl::close() {
-    if (enrolled) {
-        const std::lock_guard guard(queue.lock);
-        queue.sockets.erase(&socket);
-        if (queue.ending.load()) queue.changed.notify_all();
-        enrolled = false;
-    }
-    if (!socket.is_open()) return;
-    std::error_code ignored;
-    socket.shutdown(Tcp::socket::shutdown_both, ignored);
-    socket.close(ignored);
+    if (id) queue.leave(*std::exchange(id, std::nullopt));
+    if (!socket.isOpen()) return;
+    socket.close();
     outgoing.clear();
     // The callbacks hold whoever holds this connection.
     const auto neverReceived = std::exchange(onReceived, nullptr);
     const auto neverSent = std::exchange(onSent, nullptr);
+    const auto self = std::exchange(keptAlive, nullptr);
 }
 
-void TcpConnection::Impl::awaitBytes(Receiver done) {
-    socket.async_wait(Tcp::socket::wait_read, [self = shared_from_this(), done = std::move(done)](
-                                                  std::error_code error) mutable {
-        if (!error) return self->readNow(std::move(done));
-        done({{}, false, error});
-    });
+void TcpConnection::Impl::ready(const Poller::Event& event) {
+    const unsigned told = busy | (event.readable ? readable : 0U) |
+                          (event.writable ? writable : 0U) | (event.closing ? closed : 0U);
+    // Who works here looks once more before it goes.
+    if ((signals.fetch_or(told) & busy) == 0) work();
 }
 
-void TcpConnection::Impl::readNow(Receiver done) {
-    std::error_code error;
+void TcpConnection::Impl::work() {
+    try {
+        for (unsigned none = busy;; none = busy) {
+            const unsigned told = signals.exchange(busy);
+            peerEnded = peerEnded || (told & closed) != 0;
+            mayRead = mayRead || (told & (readable | closed)) != 0;
+            maySend = maySend || (told & (writable | closed)) != 0;
+            step();
+            if (socket.isOpen() && mayRead && onReceived && outgoing.empty()) {
+                // There is more; the others have their turn first.
+                mayRead = false;
+                queue.poller.tellAgain(socket.descriptor(), *id);
+            }
+            if (signals.compare_exchange_strong(none, 0)) return;
+        }
+    } catch (...) {
+        close();
+        throw;
+    }
+}
+
+void TcpConnection::Impl::step() {
+    if (!outgoing.empty()) {
+        if (!maySend) return;
+        sendSome();
+        if (!outgoing.empty()) return;
+        if (closing) return close();
+        if (onSent) std::exchange(onSent, nullptr)();
+    }
+    if (mayRead && onReceived && outgoing.empty()) readNow();
+}
+
+void TcpConnection::Impl::readNow() {
     std::uint8_t* const buffer = threadBuffer();
-    const std::size_t count = socket.read_some(asio::buffer(buffer, maxReceive), error);
-    if (isWouldBlock(error)) return awaitBytes(std::move(done));
-    const bool complete = error == asio::error::eof;
-    if (complete) error.clear();
-    done({{buffer, count}, complete, error});
-}
-
-void TcpConnection::Impl::sendRest() {
-    socket.async_wait(Tcp::socket::wait_write, [self = shared_from_this()](std::error_code error) {
-        if (error) return self->close();
-        self->sendSome();
-        if (!self->outgoing.empty()) return self->sendRest();
-        self->sent();
-    });
+    const TcpSocket::Moved got = socket.receive(buffer, maxReceive);
+    // Less than was asked for is all there was, and what comes later is told anew.
+    mayRead = got.count == maxReceive || peerEnded;
+    if (got.wouldBlock) {
+        mayRead = false;
+        return;
+    }
+    std::exchange(onReceived, nullptr)({{buffer, got.count}, got.complete, got.error});
 }
 
 void TcpConnection::Impl::sendSome() {
     while (!outgoing.empty()) {
         const Message& first = outgoing.front();
-        const std::size_t headSize = first.head.size();
-        const std::size_t total = headSize + first.body.size();
-        const std::size_t step = total - headSize <= wholeSendLimit ? total : sendStep;
-        const std::size_t fromHead = std::min(sentOfFirst, headSize);
-        const std::size_t fromBody = sentOfFirst - fromHead;
-        const std::array<asio::const_buffer, 2> parts{
-            asio::buffer(first.head.data() + fromHead, headSize - fromHead),
-            asio::buffer(first.body.data() + fromBody,
-                         std::min(first.body.size() - fromBody, step))};
-        std::error_code error;
-        sentOfFirst += socket.write_some(parts, error);
-        if (isWouldBlock(error)) return;
-        if (error) return close();
-        if (sentOfFirst < total) continue;
+        const TcpSocket::Moved gone = socket.send(first.head, first.body, sentOfFirst);
+        if (gone.error) return close();
+        if (gone.wouldBlock) {
+            maySend = false;
+            return;
+        }
+        sentOfFirst += gone.count;
+        if (sentOfFirst < first.head.size() + first.body.size()) continue;
         outgoing.erase(outgoing.begin());
         sentOfFirst = 0;
     }
-}
-
-// Everything has gone out after a wait: goes on with what was asked for meanwhile.
-void TcpConnection::Impl::sent() {
-    if (closing) return close();
-    if (!socket.is_open()) return;
-    if (onSent) return std::exchange(onSent, nullptr)();
-    if (onReceived) awaitBytes(std::exchange(onReceived, nullptr));
 }
 
 TcpConnection::TcpConnection(std::shared_ptr<Impl> made) : impl(std::move(made)) {}
@@ -170,14 +175,12 @@ const TcpHost& TcpConnection::remoteHost() const {
 }
 
 void TcpConnection::receive(std::function<void(const TcpReceived&)> done) {
-    if (impl->closing || !impl->socket.is_open()) return;
-    if (impl->outgoing.empty()) return impl->awaitBytes(std::move(done));
+    if (impl->closing || !impl->socket.isOpen()) return;
     impl->onReceived = std::move(done);
-    impl->sendRest();
 }
 
 void TcpConnection::send(std::string head, SharedBytes body) {
-    if (impl->closing || !impl->socket.is_open()) return;
+    if (impl->closing || !impl->socket.isOpen()) return;
     impl->outgoing.push_back({std::move(head), std::move(body)});
     if (impl->outgoing.size() == 1) impl->sendSome();
 }
@@ -187,121 +190,127 @@ bool TcpConnection::isSending() const {
 }
 
 void TcpConnection::afterSent(std::function<void()> done) {
-    if (impl->closing || !impl->socket.is_open()) return;
+    if (impl->closing || !impl->socket.isOpen()) return;
     if (impl->outgoing.empty()) return done();
     impl->onSent = std::move(done);
-    impl->sendRest();
 }
 
 void TcpConnection::cancel() {
-    if (impl->closing || !impl->socket.is_open()) return;
+    if (impl->closing || !impl->socket.isOpen()) return;
     impl->closing = true;
     if (impl->outgoing.empty()) return impl->close();
-    impl->sendRest();
+    impl->keptAlive = impl;
 }
 
 // ---- listener
 
-struct TcpListener::Impl : std::enable_shared_from_this<TcpListener::Impl> {
-    explicit Impl(TaskQueue::State& owner) : queue(owner), acceptor(owner.io), retry(owner.io) {}
+struct TcpListener::Impl : Watched, std::enable_shared_from_this<TcpListener::Impl> {
+    Impl(TaskQueue::State& owner, TcpSocket listening)
+        : queue(owner), acceptor(std::move(listening)) {}
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+    ~Impl() override = default;
 
-    void listenOn(const Tcp::endpoint& endpoint);
-    void acceptNext();
-    void accepted(std::error_code error, Tcp::socket socket);
+    void begin();
+    void cancel();
+    // There is somebody to accept, or the time has come to try again.
+    void ready(const Poller::Event& event) override;
+    void endReceiving() override {}
+    void abandon() override {}
+
+    void awaitNext();
     void failed(std::error_code error);
-    std::shared_ptr<TcpConnection::Impl> adopt(Tcp::socket socket);
+    void adopt(TcpSocket::Accepted accepted);
 
     // Constant after construction, `handlers` after start().
     TaskQueue::State& queue;
     Handlers handlers;
 
-    // Used by the one accept under way.
+    // Used by the one event under way.
     bool inTrouble = false;
 
     // Guarded by `lock`.
     std::mutex lock;
-    Tcp::acceptor acceptor;
-    asio::steady_timer retry;
-    Tcp::endpoint peer;
+    TcpSocket acceptor;
+    PollTimer retry;
+    std::optional<Poller::Id> acceptorId;
+    std::optional<Poller::Id> retryId;
 };
 
-void TcpListener::Impl::listenOn(const Tcp::endpoint& endpoint) {
-    acceptor.open(endpoint.protocol());
-    try {
-        acceptor.set_option(Tcp::acceptor::reuse_address(true));
-        if (endpoint.protocol() == Tcp::v6() && endpoint.address().is_unspecified())
-            acceptor.set_option(asio::ip::v6_only(false));
-        acceptor.bind(endpoint);
-        acceptor.listen(asio::socket_base::max_listen_connections);
-    } catch (...) {
-        std::error_code ignored;
-        acceptor.close(ignored);
-        throw;
+void TcpListener::Impl::begin() {
+    handlers.onState({});
+    std::error_code refused;
+    {
+        const std::lock_guard guard(lock);
+        if (!acceptor.isOpen()) return;
+        retryId = queue.enrol(shared_from_this());
+        acceptorId = queue.enrol(shared_from_this());
+        if (!retryId || !acceptorId) return;
+        retry.set(std::chrono::milliseconds(0));
+        if (queue.poller.watchOnce(retry.descriptor(), *retryId) &&
+            queue.poller.watchOnce(acceptor.descriptor(), *acceptorId))
+            return;
+        refused = std::make_error_code(std::errc::not_enough_memory);
     }
+    handlers.onState(refused);
 }
 
-void TcpListener::Impl::acceptNext() {
+void TcpListener::Impl::cancel() {
     const std::lock_guard guard(lock);
-    if (!acceptor.is_open()) return;
-    acceptor.async_accept(peer,
-                          [self = shared_from_this()](std::error_code error, Tcp::socket socket) {
-                              self->accepted(error, std::move(socket));
-                          });
+    acceptor.close();
+    if (acceptorId) queue.leave(*std::exchange(acceptorId, std::nullopt));
+    if (retryId) queue.leave(*std::exchange(retryId, std::nullopt));
 }
 
-void TcpListener::Impl::accepted(std::error_code error, Tcp::socket socket) {
-    if (error) return failed(error);
-    std::shared_ptr<TcpConnection::Impl> made;
-    try {
+void TcpListener::Impl::ready(const Poller::Event&) {
+    for (int i = 0; i < acceptBatch; ++i) {
+        TcpSocket::Accepted next;
+        {
+            const std::lock_guard guard(lock);
+            if (!acceptor.isOpen()) return;
+            next = acceptor.accept();
+        }
+        if (next.wouldBlock) break;
+        if (next.error == std::errc::connection_aborted) continue;
+        if (next.error) return failed(next.error);
         if (std::exchange(inTrouble, false)) handlers.onTrouble({});
-        made = adopt(std::move(socket));
-    } catch (const std::exception&) {
-        // Out of memory: this one is lost, the next may have more luck.
+        try {
+            adopt(std::move(next));
+        } catch (const std::exception&) {
+            // Out of memory: this one is lost, the next may have more luck.
+        }
     }
-    acceptNext();
-    if (made && made->enrol()) handlers.onConnection(TcpConnection(made));
+    awaitNext();
+}
+
+void TcpListener::Impl::awaitNext() {
+    const std::lock_guard guard(lock);
+    if (acceptor.isOpen() && acceptorId)
+        queue.poller.watchOnceMore(acceptor.descriptor(), *acceptorId);
 }
 
 void TcpListener::Impl::failed(std::error_code error) {
-    if (error == asio::error::operation_aborted) return;
-    if (error == asio::error::bad_descriptor || error == asio::error::invalid_argument ||
-        error == asio::error::not_socket || error == asio::error::operation_not_supported)
-        return handlers.onState(error);
+    if (isForGood(error)) return handlers.onState(error);
     if (!std::exchange(inTrouble, true)) handlers.onTrouble(error);
     // Trying again at once would burn a core until somebody closes a descriptor.
     const std::lock_guard guard(lock);
-    if (!acceptor.is_open()) return;
-    retry.expires_after(acceptBackoff);
-    retry.async_wait([self = shared_from_this()](std::error_code) { self->acceptNext(); });
+    if (!acceptor.isOpen() || !retryId) return;
+    retry.set(acceptBackoff);
+    queue.poller.watchOnceMore(retry.descriptor(), *retryId);
 }
 
-std::shared_ptr<TcpConnection::Impl> TcpListener::Impl::adopt(Tcp::socket socket) {
-    std::error_code ignored;
-    socket.set_option(Tcp::no_delay(true), ignored);
-    socket.set_option(asio::socket_base::keep_alive(true), ignored);
-    socket.set_option(asio::socket_base::send_buffer_size(sendBufferSize), ignored);
-    socket.non_blocking(true, ignored);
-    return std::make_shared<TcpConnection::Impl>(queue, std::move(socket), hostOf(peer));
+void TcpListener::Impl::adopt(TcpSocket::Accepted accepted) {
+    const auto made = std::make_shared<TcpConnection::Impl>(queue, std::move(accepted.socket),
+                                                            std::move(accepted.host));
+    if (!made->enrol()) return;
+    handlers.onConnection(TcpConnection(made));
+    made->work();
 }
 
 TcpListener::TcpListener(TaskQueue& queue, const std::optional<std::string>& address,
                          std::uint16_t port)
-    : queueAlive(queue.shared()), impl(std::make_shared<Impl>(*queue.shared())) {
-    if (address) {
-        std::error_code error;
-        const asio::ip::address parsed = asio::ip::make_address(*address, error);
-        if (error) throw std::system_error(error, *address);
-        impl->listenOn({parsed, port});
-        return;
-    }
-    try {
-        impl->listenOn({Tcp::v6(), port});
-    } catch (const std::system_error& error) {
-        if (error.code() == std::errc::address_in_use) throw;
-        // A machine without IPv6.
-        impl->listenOn({Tcp::v4(), port});
-    }
-}
+    : queueAlive(queue.shared()),
+      impl(std::make_shared<Impl>(*queue.shared(), TcpSocket::listening(address, port))) {}
 
 TcpListener::~TcpListener() {
     cancel();
@@ -309,23 +318,16 @@ TcpListener::~TcpListener() {
 
 void TcpListener::start(Handlers handlers) {
     impl->handlers = std::move(handlers);
-    asio::post(impl->queue.io, [impl = impl] {
-        impl->handlers.onState({});
-        impl->acceptNext();
-    });
+    impl->queue.post([impl = impl] { impl->begin(); });
 }
 
 void TcpListener::cancel() {
-    const std::lock_guard guard(impl->lock);
-    std::error_code ignored;
-    impl->acceptor.close(ignored);
-    impl->retry.cancel();
+    impl->cancel();
 }
 
 std::uint16_t TcpListener::port() const {
     const std::lock_guard guard(impl->lock);
-    std::error_code error;
-    return impl->acceptor.local_endpoint(error).port();
+    return impl->acceptor.port();
 }
 
 }  // namespace zepho

@@ -12,6 +12,7 @@
 #include "core/platform/Directory.h"
 #include "core/platform/Errors.h"
 #include "core/platform/Files.h"
+#include "core/platform/SealedBytes.h"
 #include "core/platform/Unicode.h"
 #include "core/store/ClipFiles.h"
 
@@ -153,7 +154,10 @@ std::optional<SharedBytes> WavCache::readClip(const CacheRecord& record) {
     if (!read) return std::nullopt;
     SharedBytes clip(std::move(*read));
     // Kept only if the bytes are surely those of the identity.
-    if (rested && fileIdentity(path) == identity) hot.add(record.key, *identity, clip);
+    if (!rested || fileIdentity(path) != identity) return clip;
+    if (clip.size() >= worthSealing)
+        if (std::optional<SharedBytes> sealed = sealedCopy(clip)) clip = *std::move(sealed);
+    hot.add(record.key, *identity, clip);
     return clip;
 }
 

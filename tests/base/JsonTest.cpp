@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "core/base/Json.h"
+#include "core/base/JsonObjectText.h"
 
 namespace zepho {
 namespace {
@@ -137,6 +138,27 @@ TEST(Json, WritesSlashesAsTheyAreAndFallsBackToAnEmptyObject) {
     EXPECT_EQ(jsonText(Json("x")), "x");
     EXPECT_EQ(jsonText(Json(12)), "12");
     EXPECT_EQ(jsonText(Json::array()), "");
+}
+
+TEST(JsonTest, AnObjectWrittenMemberByMemberReadsLikeOneThatWasBuilt) {
+    std::string all;
+    for (int byte = 1; byte < 128; ++byte) all += static_cast<char>(byte);
+    all += "值 é \xF0\x9F\x98\x80";
+    for (const double number : {0.0, -0.0, 1.0, 0.1, 1.0 / 3, 1e-7, 123456789.25, 1e21}) {
+        JsonObjectText written;
+        written.add("a", all).add("b", true).add("c", -7).add("d", std::int64_t{1} << 53);
+        written.add("e", number).add("f", "").add("g", std::size_t{3});
+        EXPECT_EQ(written.finish(), jsonString(Json{{"a", all},
+                                                    {"b", true},
+                                                    {"c", -7},
+                                                    {"d", std::int64_t{1} << 53},
+                                                    {"e", number},
+                                                    {"f", ""},
+                                                    {"g", 3}}));
+    }
+    EXPECT_EQ(JsonObjectText().finish(), "{}");
+    EXPECT_EQ(JsonObjectText().add("a", "\xFF").finish(), "{}");
+    EXPECT_EQ(JsonObjectText().add("a", std::numeric_limits<double>::infinity()).finish(), "{}");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Many clients, slow handlers, peers that vanish, and the end of the server in the middle of it.
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include <fcntl.h>
@@ -8,6 +9,7 @@
 #include <unistd.h>
 
 #include "core/diag/AppLog.h"
+#include "core/platform/SealedBytes.h"
 #include "tests/http/ServerFixture.h"
 
 namespace zepho::test {
@@ -104,6 +106,100 @@ TEST(HttpServerLoadTest, ALargeAnswerGoesOutWholeBeforeTheEnd) {
     ASSERT_TRUE(response);
     EXPECT_EQ(response->body.size(), largeBody().size());
     EXPECT_TRUE(client.endsWithin(std::chrono::seconds(30)));
+}
+
+TEST(HttpServerLoadTest, BodiesOfFilesArriveWholeAtSlowReadersToo) {
+    Bytes pattern(3 * 1024 * 1024 + 123);
+    for (std::size_t i = 0; i < pattern.size(); ++i)
+        pattern[i] = static_cast<std::uint8_t>(i * 7919 >> 8U);
+    const std::optional<SharedBytes> sealed = sealedCopy(pattern);
+    ASSERT_TRUE(sealed);
+    ASSERT_GE(sealed->file(), 0);
+    EXPECT_EQ(asText(*sealed), asText(pattern));
+    const auto server = startServer([&](const HttpRequest& request) {
+        // Nobody but the answer holds this one.
+        if (request.path == "/own") return HttpResponse{200, {}, *sealedCopy(pattern)};
+        return HttpResponse{200, {}, *sealed};
+    });
+    for (const int window : {0, 4096}) {
+        HttpClient reader(server->port(), "127.0.0.1", window);
+        ASSERT_TRUE(reader.send("GET / HTTP/1.1\r\n\r\nHEAD /2 HTTP/1.1\r\n\r\n"));
+        for (int i = 0; i < 2; ++i) {
+            const auto response = reader.read();
+            ASSERT_TRUE(response);
+            EXPECT_EQ(response->body, asText(pattern));
+        }
+    }
+    HttpClient own(server->port(), "127.0.0.1", 4096);
+    ASSERT_TRUE(own.send("GET /own HTTP/1.1\r\nConnection: close\r\n\r\n"));
+    EXPECT_EQ(own.read()->body, asText(pattern));
+    EXPECT_TRUE(own.endsWithin(std::chrono::seconds(30)));
+    // A peer that is gone is an error of the connection, and no signal.
+    for (int i = 0; i < 20; ++i) {
+        HttpClient vanishing(server->port(), "127.0.0.1", 4096);
+        ASSERT_TRUE(vanishing.send("GET / HTTP/1.1\r\n\r\n"));
+        vanishing.reset();
+    }
+    EXPECT_TRUE(HttpClient(server->port()).request("GET", "/"));
+}
+
+TEST(HttpServerLoadTest, FilesOfMemoryTakeAFewDescriptorsOnly) {
+    rlimit usual{};
+    ::getrlimit(RLIMIT_NOFILE, &usual);
+    rlimit scarce = usual;
+    scarce.rlim_cur = 64;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &scarce), 0);
+    std::vector<SharedBytes> kept;
+    while (auto made = sealedCopy(largeBody().view().first(worthSealing))) kept.push_back(*made);
+    ::setrlimit(RLIMIT_NOFILE, &usual);
+    EXPECT_EQ(kept.size(), 8U);
+    kept.clear();
+    EXPECT_TRUE(sealedCopy(asBytes("x")));
+}
+
+TEST(HttpServerLoadTest, AllRequestsTogetherStayWithinTheirBudget) {
+    constexpr std::size_t mb = 1024 * 1024;
+    const auto budget = std::make_shared<BufferBudget>(16 * mb);
+    Gate gate;
+    const auto server = std::make_shared<HttpServer>(
+        "127.0.0.1", 0,
+        [&](const HttpRequest& request) {
+            if (request.path == "/wait") gate.wait();
+            return HttpResponse::text(200, std::to_string(request.body.size()));
+        },
+        budget);
+    server->start();
+    const auto begin = [](std::size_t length) {
+        return "POST / HTTP/1.1\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n";
+    };
+    AppLog::clear();
+    HttpClient patient(server->port());
+    ASSERT_TRUE(patient.send(begin(4 * mb) + std::string(3 * mb, 'x')));
+    ASSERT_TRUE(eventually([&] { return budget->used() >= 3 * mb; }));
+    // One that would take all is closed on the way, and told once each time that memory runs out.
+    for (int i = 0; i < 3; ++i) {
+        HttpClient greedy(server->port());
+        const std::string piece(mb, 'x');
+        bool sent = greedy.send(begin(1024 * mb));
+        for (int sentMb = 0; sent && sentMb < 1024; ++sentMb) sent = greedy.send(piece);
+        EXPECT_FALSE(sent);
+        EXPECT_LE(budget->used(), 16 * mb);
+    }
+    EXPECT_EQ(AppLog::snapshot().size(), 3U);
+    // Others are served meanwhile, and what was given back can be taken again.
+    EXPECT_EQ(HttpClient(server->port()).request("GET", "/")->body, "0");
+    EXPECT_TRUE(eventually([&] { return budget->used() <= 5 * mb; }));
+    ASSERT_TRUE(patient.send(std::string(mb, 'x')));
+    EXPECT_EQ(patient.read()->body, std::to_string(4 * mb));
+    // A body counts while its handler runs, too.
+    HttpClient waiting(server->port());
+    ASSERT_TRUE(waiting.send("POST /wait HTTP/1.1\r\nContent-Length: 500000\r\n\r\n" +
+                             std::string(500000, 'x')));
+    ASSERT_TRUE(gate.awaitInside(1));
+    EXPECT_TRUE(eventually([&] { return budget->used() == 500000; }));
+    gate.open();
+    EXPECT_EQ(waiting.read()->body, "500000");
+    EXPECT_TRUE(eventually([&] { return budget->used() == 0; }));
 }
 
 TEST(HttpServerLoadTest, RecoversWhenDescriptorsRunOut) {

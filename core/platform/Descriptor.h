@@ -1,0 +1,29 @@
+// A descriptor of the system that is closed with its owner. For the source files of this folder.
+#pragma once
+
+#include <utility>
+
+namespace zepho {
+
+class Descriptor {
+public:
+    Descriptor() = default;
+    explicit Descriptor(int opened) : fd(opened) {}
+    Descriptor(Descriptor&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(fd, other.fd);
+        return *this;
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() { close(); }
+
+    [[nodiscard]] int number() const { return fd; }
+    [[nodiscard]] bool isOpen() const { return fd >= 0; }
+    void close();
+
+private:
+    int fd = -1;
+};
+
+}  // namespace zepho
