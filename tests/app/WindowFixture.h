@@ -1,5 +1,5 @@
 // A window of its own over a real core in an empty data root, with the placeholder engine, a sound
-// device that nobody hears, and a port that the system picks.
+// device that nobody hears, and a port that was free a moment ago.
 #pragma once
 
 #include <QAbstractButton>
@@ -9,6 +9,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTcpServer>
 #include <QTest>
 #include <filesystem>
 #include <functional>
@@ -34,7 +35,7 @@ protected:
         AppLog::clear();
         AppConfig config;
         config.load();
-        config.port = 0;
+        config.port = pickedPort = freePort();
         config.bindAddress = std::string("127.0.0.1");
         config.uiLanguage = UiLang::en;
         configure(config);
@@ -57,6 +58,13 @@ protected:
 
     void start() {
         state = std::make_unique<AppState>(around);
+        // Between the look and the start another program may have taken the port.
+        for (int attempt = 0; attempt < 20 && portWasLost(); ++attempt) {
+            state->config->port = pickedPort = freePort();
+            state->config->save();
+            state.reset();
+            state = std::make_unique<AppState>(around);
+        }
         window = std::make_unique<MainWindow>(*state, theme);
         window->show();
         window->activateWindow();
@@ -118,6 +126,18 @@ protected:
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
+    static int freePort() {
+        QTcpServer probe;
+        probe.listen(QHostAddress::LocalHost);
+        return probe.serverPort();
+    }
+    // A test's own port is left to fail.
+    [[nodiscard]] bool portWasLost() const {
+        return state->config->autoStartServer && !state->serverRunning &&
+               state->config->port.get() == pickedPort;
+    }
+
+    std::int64_t pickedPort = 0;
     Theme theme{Theme::Scheme::light};
     Surroundings around;
     std::vector<QString> opened;  // what the desktop was asked to open
