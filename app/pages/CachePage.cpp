@@ -200,10 +200,14 @@ void CachePage::addButtonLine(QVBoxLayout* to) {
                                    static_cast<QWidget*>(remove), static_cast<QWidget*>(folder)})
         line->addWidget(control);
     line->addStretch(1);
-    line->addWidget(capLabel);
-    line->addWidget(cap);
-    line->addWidget(clear);
     to->addLayout(line);
+    // A line of its own: with the longest words one would not fit the smallest window.
+    auto* const limits = new QHBoxLayout;
+    limits->addWidget(capLabel);
+    limits->addWidget(cap);
+    limits->addWidget(clear);
+    limits->addStretch(1);
+    to->addLayout(limits);
     tabThrough({table, play, stop, remove, folder, cap, clear});
     connect(play, &QPushButton::clicked, this, &CachePage::playChosen);
     connect(stop, &QPushButton::clicked, &app, &AppState::stopPlaying);

@@ -87,7 +87,7 @@ LogPage::LogPage(AppState& state)
     table->setObjectName("requests");
     name(table, "请求");
     const int letter = table->fontMetrics().horizontalAdvance('0');
-    const int widths[] = {11, 11, 18, 9, 11, 11, 9};
+    const int widths[] = {11, 10, 18, 13, 12, 11, 13};
     for (int i = 0; i < noteColumn; ++i) table->setColumnWidth(i, widths[i] * letter);
     lines->setObjectName("logLines");
     name(lines, "日志");

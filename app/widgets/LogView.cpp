@@ -52,7 +52,7 @@ void LogView::applyFont() {
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     QStringList families{font.family()};
     // Where the system knows no monospaced font it names one that is not.
-    if (!QFontInfo(font).fixedPitch())
+    if (!QFontDatabase::isFixedPitch(QFontInfo(font).family()))
         families.prepend(uiLang() == UiLang::ja ? "Noto Sans Mono CJK JP"
                                                 : "Noto Sans Mono CJK SC");
     families += QApplication::font().families();
