@@ -72,14 +72,16 @@ std::string fetch(zephon::Client& client, const std::string& url, const std::str
 
 std::string voiceId(zephon::Client& client, const std::string& url, const std::string& voice) {
     std::string found;
+    bool isUnique = true;
     for (const zephon::Voice& one : valueOf(client.voices(), url)) {
         if (one.id == voice) return voice;
         if (one.display != voice) continue;
-        if (!found.empty())
-            throw Failure{wrongUsage, url + ": several voices are named \"" + voice +
-                                          "\"; give the id, as zephonctl voices lists it"};
+        isUnique = found.empty();
         found = one.id;
     }
+    if (!isUnique)
+        throw Failure{wrongUsage, url + ": several voices are named \"" + voice +
+                                      "\"; give the id, as zephonctl voices lists it"};
     if (found.empty()) throw Failure{wrongUsage, url + ": no such voice: " + voice};
     return found;
 }

@@ -167,6 +167,7 @@ private:
         std::vector<std::string> nodes = options.nodes;
         if (nodes.empty()) nodes.push_back(url);
         std::vector<zephon::Client> clients;
+        clients.reserve(nodes.size());
         for (const std::string& node : nodes) clients.push_back(common.client(node));
         for (;;) {
             std::size_t pending = 0;

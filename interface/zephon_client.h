@@ -1329,7 +1329,7 @@ private:
         std::string head = method + " " + target + " HTTP/1.1\r\nHost: " + address.authority();
         for (const auto& [name, value] : headers) {
             if (!isClean(name, '!') || !isClean(value, ' ')) return {};
-            head += "\r\n" + name + ": " + value;
+            head.append("\r\n").append(name).append(": ").append(value);
         }
         if (!body.empty()) head += "\r\nContent-Type: application/json; charset=utf-8";
         head += "\r\nContent-Length: " + std::to_string(body.size());
