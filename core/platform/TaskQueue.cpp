@@ -57,8 +57,11 @@ void TaskQueue::State::watch() {
     while (!ends()) {
         wakeWatcher.wait(guard, [&] { return watching.load() || ends(); });
         for (int calm = 0; calm < watchedCalm && !wakeWatcher.wait_for(guard, watchPeriod, ends);) {
-            starved.store(idle.load() == 0);
-            calm = starved.load() ? 0 : calm + 1;
+            const bool needed = idle.load() == 0;
+            // With so many blocked the next ones will block, too: whoever leaves the loop empty
+            // then sees to it at once, instead of waiting for the next look.
+            starved.store(needed || blocked.load() > 2 * idleThreads);
+            calm = needed ? 0 : calm + 1;
             guard.unlock();
             if (calm == 0) keepOneIdle();
             guard.lock();
@@ -258,7 +261,9 @@ TaskQueue::Blocking::Blocking() {
 TaskQueue::Blocking::~Blocking() {
     if (ownQueue == nullptr || --blockingDepth > 0) return;
     ownQueue->idle.fetch_add(1);
-    ownQueue->blocked.fetch_sub(1);
+    // The watcher may be asleep by now.
+    if (ownQueue->blocked.fetch_sub(1) == 1 && ownQueue->starved.load() && !ownQueue->ending.load())
+        ownQueue->starved.store(false);
 }
 
 }  // namespace zepho

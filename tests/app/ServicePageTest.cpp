@@ -78,14 +78,14 @@ TEST_F(ServicePageTest, UsageOpensWithTheAddressesItListensAt) {
 TEST_F(ServicePageTest, ClearsTheCacheAfterAQuestion) {
     (void)state->service->synthesizeWav("hello", "en", TtsGender::female, 1.0F);
     state->reloadCache();
-    ASSERT_EQ(state->cacheEntries.size(), 1U);
+    ASSERT_TRUE(eventually([&] { return state->cacheEntries->size() == 1; }));
     click(page(), "Clear cache");
     EXPECT_EQ(answerMessage("Cancel"),
               "Clear the whole cache? The same sentences will be synthesized again next time.");
     EXPECT_EQ(state->service->cache.snapshot().size(), 1U);
     click(page(), "Clear cache");
     answerMessage("OK");
-    EXPECT_TRUE(eventually([&] { return state->cacheEntries.empty(); }));
+    EXPECT_TRUE(eventually([&] { return state->cacheEntries->empty(); }));
     EXPECT_TRUE(state->service->cache.snapshot().empty());
 }
 
