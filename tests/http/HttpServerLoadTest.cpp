@@ -46,7 +46,6 @@ TEST(HttpServerLoadTest, IdleAndHalfConnectionsCostNoThread) {
         startServer([](const HttpRequest&) { return HttpResponse::text(200, "a"); });
     HttpClient first(server->port());
     ASSERT_TRUE(first.request("GET", "/"));
-    const int before = serverThreads();
     std::vector<HttpClient> idle;
     for (int i = 0; i < 2000; ++i) {
         idle.emplace_back(server->port());
@@ -55,7 +54,8 @@ TEST(HttpServerLoadTest, IdleAndHalfConnectionsCostNoThread) {
         }
     }
     EXPECT_TRUE(first.request("GET", "/"));
-    EXPECT_LE(serverThreads(), before + 1);
+    // One for each core, one that watches, and one or two that a moment's need has brought.
+    EXPECT_LE(serverThreads(), static_cast<int>(std::thread::hardware_concurrency()) + 3);
     for (int i = 0; i < 2000; i += 100) {
         ASSERT_TRUE(idle[i].send("12345678"));
         EXPECT_TRUE(idle[i].read());
@@ -184,6 +184,7 @@ TEST(HttpServerLoadTest, AllRequestsTogetherStayWithinTheirBudget) {
         for (int sentMb = 0; sent && sentMb < 1024; ++sentMb) sent = greedy.send(piece);
         EXPECT_FALSE(sent);
         EXPECT_LE(budget->used(), 16 * mb);
+        EXPECT_TRUE(eventually([&] { return budget->used() <= 5 * mb; }));
     }
     EXPECT_EQ(AppLog::snapshot().size(), 3U);
     // Others are served meanwhile, and what was given back can be taken again.
