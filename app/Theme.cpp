@@ -8,6 +8,7 @@
 #include <QDBusVariant>
 #include <QFile>
 #include <QFontDatabase>
+#include <QFontInfo>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPalette>
@@ -82,14 +83,22 @@ QString sheetOf(const Shades& shades) {
                "border-color:palette(highlight)}"
                "QPushButton[primary=\"true\"]:disabled{background:palette(midlight);border-color:palette(midlight)}"
                "QPushButton[primary=\"true\"]:focus{border-color:palette(text)}"
-               "QLineEdit,QPlainTextEdit,QComboBox,QSpinBox,QDoubleSpinBox{padding:4px 6px;border:1px solid %1;"
+               "QLineEdit,QPlainTextEdit,QComboBox{padding:4px 6px;border:1px solid %1;"
                "border-radius:5px;background:palette(base);selection-background-color:palette(highlight)}"
                "QLineEdit:focus,QPlainTextEdit:focus,QComboBox:focus{border-color:palette(highlight)}"
                "QComboBox::drop-down{border:0;width:20px}"
                "QComboBox::down-arrow{image:url(:/zephon/icons/down.svg);width:10px;height:10px}"
                "QTableView,QListView{border:1px solid %1;border-radius:5px;background:palette(base)}"
-               "QTableView::item{padding:0 6px}"
-               "QHeaderView::section{padding:5px 8px;border:0;border-bottom:1px solid %1;"
+               "QTableView::item{border:0;padding:0 6px}"
+               "QTableView{outline:0;selection-background-color:palette(highlight);"
+               "selection-color:palette(highlighted-text)}"
+               "QCheckBox{spacing:8px}"
+               "QCheckBox::indicator{width:15px;height:15px;border:1px solid palette(mid);border-radius:3px;"
+               "background:palette(base)}"
+               "QCheckBox::indicator:checked{background:palette(highlight);border-color:palette(highlight);"
+               "image:url(:/zephon/icons/check.svg)}"
+               "QCheckBox::indicator:focus{border-color:palette(highlight)}"
+               "QHeaderView::section{padding:5px 6px;border:0;border-bottom:1px solid %1;"
                "background:palette(window);color:palette(placeholder-text)}"
                "#sidebar{border:0;border-right:1px solid %1;border-radius:0;background:palette(window);outline:0;"
                "padding:10px 8px}"
@@ -224,6 +233,19 @@ void Theme::applyFonts() {
     QFont font = systemFont;
     font.setFamilies(families);
     QApplication::setFont(font);
+}
+
+QFont Theme::fixedFont() {
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    // The system may answer with a name that stands for others, or with no monospaced font at all.
+    const QString real = QFontInfo(font).family();
+    QStringList families;
+    if (QFontDatabase::isFixedPitch(real)) families << real;
+    families << (uiLang() == UiLang::ja ? "Noto Sans Mono CJK JP" : "Noto Sans Mono CJK SC");
+    families << QApplication::font().families();
+    font.setFamilies(families);
+    font.setStyleHint(QFont::Monospace);
+    return font;
 }
 
 }  // namespace zepho

@@ -5,6 +5,7 @@
 
 #include <QColor>
 #include <QDBusVariant>
+#include <QFont>
 #include <QIcon>
 #include <QObject>
 #include <string_view>
@@ -36,6 +37,8 @@ public:
     static QIcon trayIcon(bool running);
     // Makes Han text take the glyph forms of the interface language.
     static void applyFonts();
+    // For logs and commands, Han text in the language's forms, too.
+    static QFont fixedFont();
 
 signals:
     void changed();

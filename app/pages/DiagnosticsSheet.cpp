@@ -1,7 +1,6 @@
 #include "app/pages/DiagnosticsSheet.h"
 
 #include <QDialogButtonBox>
-#include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
@@ -10,6 +9,7 @@
 #include <QVBoxLayout>
 
 #include "app/QtText.h"
+#include "app/Theme.h"
 
 namespace zepho {
 
@@ -34,7 +34,7 @@ DiagnosticsSheet::DiagnosticsSheet(const std::vector<DiagnosticsPart>& parts,
     content->setAccessibleName(qT("内容"));
     content->setReadOnly(true);
     content->setLineWrapMode(QPlainTextEdit::NoWrap);
-    content->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    content->setFont(Theme::fixedFont());
     QStringList texts;
     for (const DiagnosticsPart& part : parts) {
         names->addItem(qTF("%@ · %.1f KB", part.name, double(part.text.size()) / 1024));

@@ -1,7 +1,6 @@
 // The control panel of the running service: its state, its addresses, what can be done with it, and
 // how clients reach it.
 #include <QClipboard>
-#include <QFontDatabase>
 #include <QFrame>
 #include <QGridLayout>
 #include <QGuiApplication>
@@ -15,6 +14,7 @@
 
 #include "app/Page.h"
 #include "app/QtText.h"
+#include "app/Theme.h"
 #include "app/pages/Pages.h"
 #include "app/pages/UsageText.h"
 #include "app/widgets/StatusDot.h"
@@ -266,14 +266,7 @@ void ServicePage::showEndpoints() {
 }
 
 void ServicePage::showUsage() {
-    // Fixed pitch for Han text, too, in the form of the language.
-    QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    const auto* const wide =
-        uiLang() == UiLang::ja ? "Noto Sans Mono CJK JP" : "Noto Sans Mono CJK SC";
-    const bool named = QFontInfo(fixed).fixedPitch();
-    fixed.setFamilies(named ? QStringList{fixed.family(), wide} : QStringList{wide});
-    fixed.setStyleHint(QFont::Monospace);
-    fixed.setFixedPitch(true);
+    const QFont fixed = Theme::fixedFont();
     if (fixed != usage->font()) usage->setFont(fixed);
     const QString text =
         toQt(usageText(app.endpoints, app.config->bindAddress, app.config->baseUrl()));

@@ -2,13 +2,11 @@
 
 #include <QApplication>
 #include <QClipboard>
-#include <QFontDatabase>
-#include <QFontInfo>
 #include <QKeyEvent>
 #include <QStyledItemDelegate>
 #include <algorithm>
 
-#include "core/diag/Language.h"
+#include "app/Theme.h"
 
 namespace zepho {
 namespace {
@@ -49,14 +47,7 @@ LogView::LogView(LogLineModel* shown, QWidget* parent) : QListView(parent), mode
 }
 
 void LogView::applyFont() {
-    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    QStringList families{font.family()};
-    // Where the system knows no monospaced font it names one that is not.
-    if (!QFontDatabase::isFixedPitch(QFontInfo(font).family()))
-        families.prepend(uiLang() == UiLang::ja ? "Noto Sans Mono CJK JP"
-                                                : "Noto Sans Mono CJK SC");
-    families += QApplication::font().families();
-    font.setFamilies(families);
+    QFont font = Theme::fixedFont();
     font.setPointSize(pointSize);
     setFont(font);
 }
