@@ -1,19 +1,15 @@
 # What is installed, and the Debian package made of it: cpack -G DEB in the build directory.
 include(GNUInstallDirs)
 
-install(TARGETS zephond RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS zephond zephonctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS zephon-decode RUNTIME DESTINATION lib/zephon)
-foreach(program zephon zephonctl)
-  if(TARGET ${program})
-    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  endif()
-endforeach()
-if(EXISTS ${CMAKE_SOURCE_DIR}/interface/zephon_client.h)
-  install(FILES interface/zephon_client.h DESTINATION include)
-  install(FILES interface/example.cpp DESTINATION share/doc/zephon/examples)
-endif()
+install(FILES interface/zephon_client.h DESTINATION include)
+install(FILES interface/example.cpp deploy/haproxy.cfg DESTINATION share/doc/zephon/examples)
+install(FILES cli/completion/zephonctl.bash DESTINATION share/bash-completion/completions
+        RENAME zephonctl)
 
 if(TARGET zephon)
+  install(TARGETS zephon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES packaging/zephon.desktop DESTINATION share/applications)
   install(FILES packaging/com.corvanteer.zepho.metainfo.xml DESTINATION share/metainfo)
   install(FILES app/icons/zephon.svg DESTINATION share/icons/hicolor/scalable/apps)
@@ -22,7 +18,8 @@ install(FILES packaging/systemd/zephond.service DESTINATION lib/systemd/system)
 install(FILES packaging/systemd/zephond-user.service DESTINATION lib/systemd/user
         RENAME zephond.service)
 install(FILES packaging/debian/copyright DESTINATION share/doc/zephon)
-install(FILES docs/http-api.md docs/data.md DESTINATION share/doc/zephon)
+install(FILES docs/data.md docs/http-api.md docs/scaling.md docs/zephonctl.md
+        DESTINATION share/doc/zephon)
 
 # Texts that a Debian system keeps compressed.
 find_program(ZEPHO_GZIP gzip REQUIRED)
@@ -37,6 +34,7 @@ endfunction()
 configure_file(packaging/debian/changelog.in ${CMAKE_BINARY_DIR}/packaging/changelog @ONLY)
 zepho_install_compressed(${CMAKE_BINARY_DIR}/packaging/changelog share/doc/zephon)
 zepho_install_compressed(${CMAKE_SOURCE_DIR}/packaging/man/zephond.8 share/man/man8)
+zepho_install_compressed(${CMAKE_SOURCE_DIR}/cli/zephonctl.1 share/man/man1)
 if(TARGET zephon)
   zepho_install_compressed(${CMAKE_SOURCE_DIR}/packaging/man/zephon.1 share/man/man1)
 endif()
