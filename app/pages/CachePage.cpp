@@ -249,7 +249,9 @@ void CachePage::showVoices() {
         if (id.empty()) continue;
         const bool ambiguous = (i > 0 && voices[i - 1].name == shown) ||
                                (i + 1 < voices.size() && voices[i + 1].name == shown);
-        voicePicker->addItem(toQt(ambiguous ? shown + " · " + id : shown), toQt(id));
+        QString label = toQt(shown);
+        if (ambiguous) label += " · " + toQt(id);
+        voicePicker->addItem(label, toQt(id));
         if (id != voiceFilter) continue;
         stillThere = true;
         voicePicker->setCurrentIndex(voicePicker->count() - 1);
