@@ -62,7 +62,7 @@ void ModelsStatus::show(const Line& line, bool good, const std::string& text) {
 }
 
 void ModelsStatus::refresh() {
-    const std::string root = ZEPHOPaths::dataRoot();
+    const std::string& root = ZEPHOPaths::dataRoot();
     show(dataFolder, directoryExists(root), root);
 
     const std::size_t models = app.installedModelFiles.size();
