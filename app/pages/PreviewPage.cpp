@@ -69,7 +69,7 @@ private:
     }
     [[nodiscard]] TtsRequest currentRequest() const;
     void synthesize();
-    void take(Spoken spoken);
+    void take(const Spoken& spoken);
     void saveWav();
     void readTextFile(const QStringList& paths);
 
@@ -365,17 +365,17 @@ void PreviewPage::synthesize() {
             spoken.voice = known ? known->display : spoken.result.voiceId;
             return spoken;
         },
-        [this](Outcome<Spoken> outcome) {
+        [this](const Outcome<Spoken>& outcome) {
             working = false;
             showWorking();
             if (outcome.ok())
-                take(std::move(*outcome.value));
+                take(*outcome.value);
             else
                 app.setMessage(qT("合成失败:") + toQt(outcome.error));
         });
 }
 
-void PreviewPage::take(Spoken spoken) {
+void PreviewPage::take(const Spoken& spoken) {
     const TtsResult& result = spoken.result;
     const QString sentence = qTF(
         "引擎 %@ · 音色 %@ · %d Hz · 时长 %.2f 秒 · 引擎耗时 %d 毫秒 · %@ · %d 字节", result.engine,

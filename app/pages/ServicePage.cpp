@@ -249,7 +249,7 @@ void ServicePage::showEndpoints() {
         }
         QWidget* before = detail;
         for (std::size_t i = 0; i < shownEndpoints.size(); ++i) {
-            const QString address = toQt(shownEndpoints[i]);
+            QString address = toQt(shownEndpoints[i]);
             auto* label = new QLabel(address, addresses);
             makeSelectable(label);
             QPushButton* const copy = addCopy([address] { return address; });
