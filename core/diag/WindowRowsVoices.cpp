@@ -47,7 +47,6 @@ constexpr MessageRow rows[] = {
      "Without this row: no other binding would serve."},
     {"航司代码里不能有冒号。", "航空会社コードにコロンは使えません。", "An airline code cannot contain a colon."},
     {"已解除 %@ · %@ · %@", "%@ · %@ · %@ を解除しました", "Removed %@ · %@ · %@"},
-    {"正在合成…", "合成しています…", "Synthesizing…"},
     {"已把 %d 条复制成文字", "%d 件をテキストとしてコピーしました", "Copied %d row(s) as text"},
     {"粘贴的内容有问题,一条都没有绑定:",
      "貼り付けた内容に問題があるため、1 件もバインドしていません:",
