@@ -4,16 +4,17 @@ import ctypes
 import json
 import os
 import pathlib
-import socket
 import statistics
 import subprocess
 import sys
 import tempfile
 import time
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tests/tools"))
+from desktop import PATIENCE, Display, free_port  # noqa: E402
+
 FIRST_PAINT_GOAL = 400
 ROUNDS = 9
-PATIENCE = 30
 CLIPS = 10000
 MANY_CLIPS = 100000
 SIZE = (1060, 720)  # of the first window
@@ -82,13 +83,10 @@ class Screen:
 
 
 def write_config(home):
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        port = probe.getsockname()[1]
     home = pathlib.Path(home)
     (home / "data").mkdir(exist_ok=True)
     (home / "data/config.json").write_text(json.dumps(
-        {"server": {"port": port, "bind": "127.0.0.1", "uiLanguage": "en"}}))
+        {"server": {"port": free_port(), "bind": "127.0.0.1", "uiLanguage": "en"}}))
 
 
 def environment(home):
@@ -98,20 +96,15 @@ def environment(home):
 
 def first_paint(program, home):
     """[(milliseconds, CPU milliseconds)] of warm starts on a display of its own."""
-    reader, writer = os.pipe()
-    server = subprocess.Popen(["Xvfb", "-displayfd", str(writer), "-screen", "0", "1280x900x24",
-                               "-nolisten", "tcp"], pass_fds=[writer], stderr=subprocess.DEVNULL)
-    os.close(writer)
+    display = Display(bare=True)
     try:
-        display = ":" + os.fdopen(reader).readline().strip()
-        screen = Screen(display)
+        screen = Screen(os.environ["DISPLAY"])
         times = []
         for _ in range(ROUNDS + 1):
             write_config(home)
             begin = time.monotonic()
             child = subprocess.Popen([program, "--theme", "light"], stderr=subprocess.DEVNULL,
-                                     env={**environment(home), "DISPLAY": display,
-                                          "QT_QPA_PLATFORM": "xcb"})
+                                     env={**environment(home), "QT_QPA_PLATFORM": "xcb"})
             try:
                 while not screen.is_painted():
                     if time.monotonic() - begin > PATIENCE or child.poll() is not None:
@@ -126,8 +119,7 @@ def first_paint(program, home):
             times.append((wall, cpu))
         return times[1:]  # the first warms up
     finally:
-        server.terminate()
-        server.wait()
+        display.end()
 
 
 def show(cells):
