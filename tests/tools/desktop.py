@@ -57,6 +57,13 @@ class Display:
         os.environ["DISPLAY"] = ":" + os.fdopen(reader).readline().strip()
         if bare:
             return
+        try:
+            self.furnish()
+        except BaseException:
+            self.end()
+            raise
+
+    def furnish(self):
         self.start("openbox")
         eventually("a window manager", lambda: "window id" in out(
             "xprop", "-root", "_NET_SUPPORTING_WM_CHECK"))
