@@ -64,9 +64,9 @@ class Display:
             raise
 
     def furnish(self):
-        self.start("openbox")
-        eventually("a window manager", lambda: "window id" in out(
-            "xprop", "-root", "_NET_SUPPORTING_WM_CHECK"))
+        # What is mapped while it starts up may stay out of sight for good: it tells when that is over.
+        self.start("openbox", "--startup", "xprop -root -f _READY 8s -set _READY yes")
+        eventually("a window manager", lambda: "yes" in out("xprop", "-root", "_READY"))
         self.tray = self.start("trayer", "--edge", "bottom", "--height", "32")
         eventually("a tray", lambda: windows("panel"))
 
