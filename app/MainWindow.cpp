@@ -19,10 +19,19 @@ constexpr QSize firstSize(1060, 720);
 constexpr int leastWidth = 960;
 constexpr int leastHeight = 560;
 
+// Its size is what the window leaves it: an ordinary stack would lay out the text of every page for
+// each label that changes, also of those out of sight.
+class PageStack : public QStackedWidget {
+public:
+    using QStackedWidget::QStackedWidget;
+    [[nodiscard]] bool hasHeightForWidth() const override { return false; }
+    [[nodiscard]] QSize sizeHint() const override { return minimumSizeHint(); }
+};
+
 }  // namespace
 
 MainWindow::MainWindow(AppState& state, Theme& theme)
-    : app(state), tray(state), sidebar(new QListWidget(this)), stack(new QStackedWidget(this)) {
+    : app(state), tray(state), sidebar(new QListWidget(this)), stack(new PageStack(this)) {
     setObjectName("main");
     setWindowIcon(Theme::programIcon());
     setMinimumSize(leastWidth, leastHeight);

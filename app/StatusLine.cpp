@@ -45,8 +45,11 @@ void StatusLine::refresh() {
     left->setToolTip(text);
     warning->setVisible(app.stats.placeholder);
     warning->setText(qT("⚠ 占位波形(还没放模型)"));
-    QPalette amber = palette();
-    amber.setColor(QPalette::WindowText, Theme::tones().warning);
+    const QColor colour = Theme::tones().warning;
+    QPalette amber = warning->palette();
+    // It costs more than the rest together, as the style sheet is asked again.
+    if (amber.color(QPalette::WindowText) == colour) return;
+    amber.setColor(QPalette::WindowText, colour);
     warning->setPalette(amber);
 }
 

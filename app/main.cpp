@@ -7,6 +7,7 @@
 // data, it says so and ends with 1.
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QLoggingCategory>
 #include <QTimer>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +31,26 @@ using namespace zepho;
 // How long a hidden start waits for a tray before it shows the window: desktops bring theirs up late.
 constexpr int trayPatienceMs = 15000;
 
+// What Qt has to say becomes lines of the log like all others.
+void logQtMessage(QtMsgType type, const QMessageLogContext& context, const QString& text) {
+    const std::string category = context.category == nullptr ? "" : context.category;
+    const std::string line = category == "default" ? fromQt(text) : category + ": " + fromQt(text);
+    if (type == QtDebugMsg)
+        AppLog::debug("qt", line);
+    else if (type == QtInfoMsg)
+        AppLog::info("qt", line);
+    else if (type == QtWarningMsg)
+        AppLog::warn("qt", line);
+    else
+        AppLog::error("qt", line);
+}
+
+void takeQtMessages() {
+    // A font that lacks a script is no news: the next of the list has it.
+    QLoggingCategory::setFilterRules("qt.text.font.db.warning=false");
+    qInstallMessageHandler(logQtMessage);
+}
+
 int run(QApplication& program) {
     QCommandLineParser line;
     const QCommandLineOption hidden("hidden", "Start in the tray.");
@@ -51,6 +72,7 @@ int run(QApplication& program) {
     }
 
     AppLog::setEchoToStderr(true);
+    takeQtMessages();
     setMainThreadDispatcher([](std::function<void()> task) {
         QMetaObject::invokeMethod(qApp, std::move(task), Qt::QueuedConnection);
     });

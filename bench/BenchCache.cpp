@@ -15,7 +15,7 @@
 #include <benchmark/benchmark.h>
 #include <nlohmann/json.hpp>
 
-#include "core/base/Hash.h"
+#include "bench/FilledCache.h"
 #include "core/base/Json.h"
 #include "core/platform/Files.h"
 #include "core/store/WavCache.h"
@@ -29,10 +29,6 @@ int clipCount() {
     return wanted == nullptr ? 100000 : std::atoi(wanted);
 }
 
-std::string keyOf(int number) {
-    return sha256Utf8("clip " + std::to_string(number));
-}
-
 TtsResult clipOfSize(std::size_t size) {
     TtsResult clip;
     clip.wav = Bytes(size, 'w');
@@ -43,44 +39,17 @@ TtsResult clipOfSize(std::size_t size) {
     return clip;
 }
 
-// A directory as a long-lived service leaves it, made once for all benchmarks. The clips are hard
-// links to one file: only their names matter here.
+// Made once for all benchmarks.
 class FilledDirectory {
 public:
     FilledDirectory()
         : dir((std::filesystem::temp_directory_path() / "zephon-bench-cache-").string()) {
         dir += std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + "/";
-        std::filesystem::create_directories(dir);
-        std::vector<CacheRecordPointer> records;
-        // A file system limits the links to one file.
-        constexpr int linksEach = 20000;
-        for (int number = 0; number < clipCount(); ++number) {
-            CacheRecord record;
-            record.key = keyOf(number);
-            record.entry.fileName = record.key + ".wav";
-            record.entry.voiceId = "8f14e45fceea167a5a36dedd4bea2543";
-            record.entry.text = "Passengers of flight " + std::to_string(number) +
-                                " to Osaka are kindly asked to proceed to gate 42 immediately.";
-            record.entry.language = "en";
-            record.entry.sampleRate = 44100;
-            record.entry.durationMs = 5000 + number;
-            record.entry.bytes = 441044;
-            if (number % linksEach == 0) {
-                first = dir + record.entry.fileName;
-                std::ofstream(first) << "clip";
-            } else {
-                std::filesystem::create_hard_link(first, dir + record.entry.fileName);
-            }
-            records.push_back(std::make_shared<const CacheRecord>(std::move(record)));
-        }
-        saveCacheIndex(dir + "index.json", std::move(records));
+        fillCacheDirectory(dir, clipCount());
     }
     ~FilledDirectory() { std::filesystem::remove_all(dir); }
 
     std::string dir;
-
-private:
-    std::string first;
 };
 
 const std::string& directory() {

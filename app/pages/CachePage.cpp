@@ -30,7 +30,10 @@ constexpr double mebibyte = 1048576;
 class CachePage : public Page {
 public:
     explicit CachePage(AppState& state);
-    void appear() override { filter->setFocus(); }
+    void appear() override {
+        filter->setFocus();
+        showSummary();
+    }
 
 private:
     using Row = CacheRows::Row;
@@ -110,7 +113,9 @@ CachePage::CachePage(AppState& state)
 
     connect(&app, &AppState::cacheChanged, this, &CachePage::prepareRows);
     connect(&app, &AppState::voicesChanged, this, &CachePage::prepareRows);
-    connect(&app, &AppState::ticked, this, &CachePage::showSummary);
+    connect(&app, &AppState::ticked, this, [this] {
+        if (isVisible()) showSummary();
+    });
     connect(&app, &AppState::playingChanged, this, &CachePage::showState);
     connect(table, &RecordTable::choiceChanged, this, &CachePage::showState);
     connect(table, &QTableView::activated, this, &CachePage::playChosen);
