@@ -57,11 +57,8 @@ void TaskQueue::State::watch() {
     while (!ends()) {
         wakeWatcher.wait(guard, [&] { return watching.load() || ends(); });
         for (int calm = 0; calm < watchedCalm && !wakeWatcher.wait_for(guard, watchPeriod, ends);) {
-            const bool needed = idle.load() == 0;
-            // With so many blocked the next ones will block, too: whoever leaves the loop empty
-            // then sees to it at once, instead of waiting for the next look.
-            starved.store(needed || blocked.load() > 2 * idleThreads);
-            calm = needed ? 0 : calm + 1;
+            starved.store(idle.load() == 0);
+            calm = starved.load() ? 0 : calm + 1;
             guard.unlock();
             if (calm == 0) keepOneIdle();
             guard.lock();
@@ -261,9 +258,7 @@ TaskQueue::Blocking::Blocking() {
 TaskQueue::Blocking::~Blocking() {
     if (ownQueue == nullptr || --blockingDepth > 0) return;
     ownQueue->idle.fetch_add(1);
-    // The watcher may be asleep by now.
-    if (ownQueue->blocked.fetch_sub(1) == 1 && ownQueue->starved.load() && !ownQueue->ending.load())
-        ownQueue->starved.store(false);
+    ownQueue->blocked.fetch_sub(1);
 }
 
 }  // namespace zepho
