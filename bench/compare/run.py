@@ -214,8 +214,8 @@ def main():
     print(plain(rows))
     if growth:
         print("\n" + plain(growth))
-    if not quick and not words:
-        write_page("docs/performance.md", rows, growth, load, time.monotonic() - began)
+    if not words and (not quick or "--page" in sys.argv):
+        write_page("docs/performance.md", rows, growth, load, time.monotonic() - began, rounds)
 
 
 if __name__ == "__main__":

@@ -74,14 +74,14 @@ def machine():
             f"{platform.libc_ver()[0]} {platform.libc_ver()[1]}")
 
 
-def write_page(path, rows, growth, load_before, seconds):
+def write_page(path, rows, growth, load_before, seconds, rounds):
     missed = [row for row in rows if not row.met]
     commit = subprocess.run(["git", "rev-parse", "--short", "HEAD"], capture_output=True,
                             text=True, check=False).stdout.strip()
     text = f"""# How fast it is
 
 Written by `scripts/bench` on {time.strftime("%Y-%m-%d")} at {commit}, in {seconds:.0f} s. Both sides of a row are measured in
-turn in the same run; the figures are medians. "Times better" is the ratio that makes ours look good
+turn in the same run, those of the servers {rounds} times; the figures are medians. "Times better" is the ratio that makes ours look good
 when it is above 1: requests or bytes a second over the peer's, or the peer's time over ours.
 
 Machine: {machine()}. Its load average was {load_before:.1f} when the run began: on a busy machine only
