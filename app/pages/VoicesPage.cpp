@@ -189,9 +189,10 @@ void VoicesPage::chooseClips(const ClipTextKind& kind) {
     const QString kinds = fileKinds(qT("音频文件 (*.wav;*.mp3;*.ogg)|*.wav;*.mp3;*.ogg|")) + ";;" +
                           fileKinds(qT("所有音频|*.wav;*.wave;*.mp3;*.mp2;*.mpga;*.ogg;*.oga;"
                                        "*.opus;*.flac;*.m4a;*.aac;*.aif;*.aiff;*.wma"));
-    chooseFiles(app.dialogParent(), kinds, [this, page = QPointer(this), kind](const QStringList& files) {
-        if (page) askForTexts(kind, files);
-    });
+    chooseFiles(app.dialogParent(), kinds,
+                [this, page = QPointer(this), kind](const QStringList& files) {
+                    if (page) askForTexts(kind, files);
+                });
 }
 
 void VoicesPage::askForTexts(const ClipTextKind& kind, const QStringList& files) {
