@@ -304,7 +304,9 @@ void TcpListener::Impl::adopt(TcpSocket::Accepted accepted) {
                                                             std::move(accepted.host));
     if (!made->enrol()) return;
     handlers.onConnection(TcpConnection(made));
-    made->work();
+    // Not here: its first request may be there already, and whoever answers that may block for
+    // minutes, while others wait to be accepted.
+    queue.post([made] { made->work(); });
 }
 
 TcpListener::TcpListener(TaskQueue& queue, const std::optional<std::string>& address,
