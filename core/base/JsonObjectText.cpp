@@ -37,19 +37,30 @@ JsonObjectText& JsonObjectText::addRaw(std::string_view name, std::string_view v
 }
 
 void JsonObjectText::begin(std::string_view name) {
-    require(lastName < name, "members in the order of their names");
-    lastName = name;
+    require(std::string_view(text).substr(nameStart, nameSize) < name,
+            "members in the order of their names");
     if (text.size() > 1)
         text += ',';
     else
         text.reserve(512);
-    appendQuoted(name);
-    text += ':';
+    text += '"';
+    nameStart = text.size();
+    nameSize = name.size();
+    text += name;
+    text += "\":";
 }
 
 void JsonObjectText::appendQuoted(std::string_view value) {
     constexpr std::string_view hex = "0123456789abcdef";
     text += '"';
+    bool isPlain = true;
+    for (const char c : value)
+        isPlain &= static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\';
+    if (isPlain) {
+        text += value;
+        text += '"';
+        return;
+    }
     std::size_t plain = 0;  // from here on nothing had to be escaped
     for (std::size_t i = 0; i < value.size(); ++i) {
         const auto byte = static_cast<unsigned char>(value[i]);

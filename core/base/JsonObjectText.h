@@ -1,10 +1,12 @@
 // The text of a small JSON object, written member by member without building the object first.
 //
 // For answers that are asked for many times a second. The result is byte for byte that of
-// jsonString(): members stand in the order of their names, which the caller keeps.
+// jsonString(): members stand in the order of their names, which the caller keeps; names have
+// nothing in them that would have to be escaped.
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -35,7 +37,8 @@ private:
     void appendQuoted(std::string_view value);
 
     std::string text = "{";
-    std::string lastName;
+    std::size_t nameStart = 0;  // of the last member's name in `text`
+    std::size_t nameSize = 0;
     bool encodable = true;
 };
 

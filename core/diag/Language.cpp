@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "core/diag/MessageTable.h"
 #include "core/platform/Languages.h"
@@ -12,65 +13,43 @@
 namespace zepho {
 namespace {
 
-using MessageMap = std::unordered_map<std::string_view, const MessageRow*>;
-using OverrideMap = std::unordered_map<std::string_view, const OverrideRow*>;
+// What a key reads as.
+struct Wording {
+    std::string_view zh, ja, en;
+};
+using Wordings = std::unordered_map<std::string_view, Wording>;
 
-void addRows(MessageMap& map, std::span<const MessageRow> rows) {
-    for (const MessageRow& row : rows)
-        require(map.emplace(row.zh, &row).second, "a message key stands twice in its table");
+// The rows of one table, where no earlier one has a text.
+void addTable(Wordings& all, std::span<const std::span<const MessageRow>> groups) {
+    std::unordered_set<std::string_view> keys;
+    for (const auto rows : groups) {
+        for (const MessageRow& row : rows) {
+            require(keys.insert(row.zh).second, "a message key stands twice in its table");
+            Wording& wording = all.try_emplace(row.zh, Wording{row.zh, {}, {}}).first->second;
+            if (wording.ja.empty()) wording.ja = row.ja;
+            if (wording.en.empty()) wording.en = row.en;
+        }
+    }
 }
 
-// The tables are never destroyed: a thread that nobody joins may look up a text while the program
-// ends.
-const MessageMap& i18nTable() {
-    static const MessageMap& table = *[] {
-        auto owned = std::make_unique<MessageMap>();
-        MessageMap& map = *owned;
-        std::size_t count = 0;
-        for (const auto rows : i18nRowGroups()) count += rows.size();
-        map.reserve(count);
-        for (const auto rows : i18nRowGroups()) addRows(map, rows);
-        return owned.release();
-    }();
-    return table;
+Wordings joinedTables() {
+    Wordings all;
+    addTable(all, i18nRowGroups());
+    const std::span<const MessageRow> extra = macExtraRows();
+    addTable(all, {&extra, 1});
+    addTable(all, windowRowGroups());
+    std::unordered_set<std::string_view> keys;
+    for (const OverrideRow& row : macOverrideRows()) {
+        require(keys.insert(row.key).second, "an override key stands twice");
+        all.insert_or_assign(row.key, Wording{row.zh, row.ja, row.en});
+    }
+    return all;
 }
 
-const MessageMap& macExtra() {
-    static const MessageMap& table = *[] {
-        auto owned = std::make_unique<MessageMap>();
-        MessageMap& map = *owned;
-        addRows(map, macExtraRows());
-        return owned.release();
-    }();
-    return table;
-}
-
-const MessageMap& windowTable() {
-    static const MessageMap& table = *[] {
-        auto owned = std::make_unique<MessageMap>();
-        MessageMap& map = *owned;
-        for (const auto rows : windowRowGroups()) addRows(map, rows);
-        return owned.release();
-    }();
-    return table;
-}
-
-const OverrideMap& macOverrides() {
-    static const OverrideMap& table = *[] {
-        auto owned = std::make_unique<OverrideMap>();
-        OverrideMap& map = *owned;
-        for (const OverrideRow& row : macOverrideRows())
-            require(map.emplace(row.key, &row).second, "an override key stands twice");
-        return owned.release();
-    }();
-    return table;
-}
-
-// The row's column for Japanese or English, empty where there is no row.
-std::string_view columnOf(const MessageMap& table, std::string_view key, UiLang lang) {
-    const auto found = table.find(key);
-    if (found == table.end()) return {};
-    return lang == UiLang::ja ? found->second->ja : found->second->en;
+// Never destroyed: a thread that nobody joins may look up a text while the program ends.
+const Wordings& wordings() {
+    static const Wordings& joined = *std::make_unique<Wordings>(joinedTables()).release();
+    return joined;
 }
 
 std::mutex langLock;
@@ -128,8 +107,8 @@ UiLang uiLang() {
 }
 
 UiLang detectFromOS() {
-    const std::vector<std::string> preferred = preferredLanguages();
-    std::string_view first = preferred.empty() ? std::string_view("en") : preferred.front();
+    const std::string preferred = preferredLanguage();
+    std::string_view first = preferred;
     while (!first.empty() && first.front() == '-') first.remove_prefix(1);
     const std::string language = lowercased(first.substr(0, first.find('-')));
     if (language == "zh") return UiLang::zh;
@@ -139,16 +118,11 @@ UiLang detectFromOS() {
 
 std::string T(std::string_view key) {
     const UiLang lang = uiLang();
-    const auto replaced = macOverrides().find(key);
-    if (replaced != macOverrides().end()) {
-        const OverrideRow& row = *replaced->second;
-        return std::string(lang == UiLang::zh ? row.zh : lang == UiLang::ja ? row.ja : row.en);
-    }
-    if (lang == UiLang::zh) return std::string(key);
-    for (const MessageMap* table : {&i18nTable(), &macExtra(), &windowTable()})
-        if (const std::string_view text = columnOf(*table, key, lang); !text.empty())
-            return std::string(text);
-    return std::string(key);
+    const auto found = wordings().find(key);
+    if (found == wordings().end()) return std::string(key);
+    const auto& [zh, ja, en] = found->second;
+    const std::string_view text = lang == UiLang::zh ? zh : lang == UiLang::ja ? ja : en;
+    return std::string(text.empty() ? key : text);
 }
 
 std::optional<std::string> uiFontName(std::optional<UiLang> lang, FontQuery resolves) {

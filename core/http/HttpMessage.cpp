@@ -38,9 +38,11 @@ std::optional<std::string> percentDecoded(std::string_view text) {
 }
 
 void appendPrintable(std::string& target, std::string_view text) {
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        target += byte < 0x20 || byte == 0x7F ? ' ' : c;
+    const std::size_t start = target.size();
+    target += text;
+    for (std::size_t i = start; i < target.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(target[i]);
+        if (byte < 0x20 || byte == 0x7F) target[i] = ' ';
     }
 }
 

@@ -68,7 +68,7 @@ HttpResponse TtsHttpService::routePrewarm(const HttpRequest& request) {
 
 HttpResponse TtsHttpService::routeHealth() {
     const EngineHealth health = service->engineHealth();
-    const ServiceStats stats = service->stats();
+    const bool placeholder = service->speaksPlaceholder();
     const AppConfig& config = *service->config;
     JsonObjectText answer;
     answer.add("compute", computeBackendCode(config.engine.get().compute))
@@ -77,8 +77,8 @@ HttpResponse TtsHttpService::routeHealth() {
         .add("engine_exe", health.exePath)
         .add("engine_ready", health.ready)
         .add("output_sample_rate", config.outputSampleRate.get())
-        .add("placeholder", stats.placeholder)
-        .add("status", health.ready && !stats.placeholder ? "ready" : "degraded")
+        .add("placeholder", placeholder)
+        .add("status", health.ready && !placeholder ? "ready" : "degraded")
         .add("version", ZEPHO::version)
         .add("voices", service->voices.count());
     return HttpResponse::jsonText(200, answer.finish());

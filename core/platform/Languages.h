@@ -1,11 +1,11 @@
-// The user's preferred languages as the desktop tells them, best first, as "zh-Hant-TW"-like tags.
+// The language that the user prefers.
 #pragma once
 
 #include <string>
-#include <vector>
 
 namespace zepho {
 
-std::vector<std::string> preferredLanguages();
+// The first of the desktop's list as a tag like "zh-Hant-TW", as it is now; empty if there is none.
+std::string preferredLanguage();
 
 }  // namespace zepho

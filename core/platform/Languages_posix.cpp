@@ -18,27 +18,20 @@ std::string languageTag(std::string_view locale) {
 
 }  // namespace
 
-std::vector<std::string> preferredLanguages() {
-    std::vector<std::string> tags;
-    const auto add = [&tags](std::string_view locale) {
-        if (std::string tag = languageTag(locale); !tag.empty()) tags.push_back(std::move(tag));
-    };
+std::string preferredLanguage() {
     // LANGUAGE is a list; the others name one locale each, the first that is set decides.
     if (const char* list = std::getenv("LANGUAGE"); list != nullptr) {
         std::string_view rest = list;
         while (!rest.empty()) {
             const std::size_t colon = rest.find(':');
-            add(rest.substr(0, colon));
+            if (std::string tag = languageTag(rest.substr(0, colon)); !tag.empty()) return tag;
             rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
         }
     }
-    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const char* value = std::getenv(name);
-        if (value == nullptr || *value == '\0') continue;
-        add(value);
-        break;
-    }
-    return tags;
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"})
+        if (const char* value = std::getenv(name); value != nullptr && *value != '\0')
+            return languageTag(value);
+    return {};
 }
 
 }  // namespace zepho

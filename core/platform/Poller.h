@@ -1,11 +1,12 @@
 // Which descriptors are ready: the system's event queue under a task queue, for this folder only.
 //
-// Any number of threads wait; each event goes to one of them, one at a time, so that nothing lies
-// behind a thread that has begun to block. Everything may be called from any thread. A descriptor
-// leaves the poller by being closed.
+// Any number of threads wait; each event goes to one of them. Everything may be called from any
+// thread. A descriptor leaves the poller by being closed.
 #pragma once
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 
 #include "core/platform/Descriptor.h"
@@ -27,6 +28,12 @@ public:
         bool closing = false;  // the peer has ended the stream, or the stream has failed
     };
 
+    // What one wait brought.
+    struct Batch {
+        std::array<Event, 16> events;
+        std::size_t count = 0;
+    };
+
     // Throws std::system_error.
     Poller();
     Poller(const Poller&) = delete;
@@ -44,7 +51,8 @@ public:
 
     void post();
     void end();
-    [[nodiscard]] Event wait();
+    // At least one event; more where more have come about.
+    [[nodiscard]] Batch wait();
     // Gives the descriptors back. Nobody waits any more, and nobody will.
     void close();
 

@@ -72,22 +72,25 @@ void Poller::end() {
     addOne(ending.number());
 }
 
-Poller::Event Poller::wait() {
-    for (;;) {
-        epoll_event event{};
-        const int count = ::epoll_wait(events.number(), &event, 1, -1);
-        if (count < 1) {
-            if (count < 0 && errno == EINTR) continue;
-            if (count < 0) throw std::system_error(errno, std::generic_category(), "epoll_wait");
-            continue;
-        }
-        const Id id = event.data.u64;
-        std::uint64_t taken = 0;
-        // Another thread may have taken this one.
-        if (id == posted && ::read(postings.number(), &taken, sizeof taken) < 0) continue;
-        return {id, (event.events & EPOLLIN) != 0, (event.events & EPOLLOUT) != 0,
+Poller::Batch Poller::wait() {
+    Batch batch;
+    std::array<epoll_event, std::tuple_size_v<decltype(batch.events)>> told;
+    while (batch.count == 0) {
+        const int count = ::epoll_wait(events.number(), told.data(), told.size(), -1);
+        if (count < 0 && errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "epoll_wait");
+        for (int i = 0; i < count; ++i) {
+            const epoll_event& event = told[static_cast<std::size_t>(i)];
+            const Id id = event.data.u64;
+            std::uint64_t taken = 0;
+            // Another thread may have taken this one.
+            if (id == posted && ::read(postings.number(), &taken, sizeof taken) < 0) continue;
+            batch.events[batch.count++] = {
+                id, (event.events & EPOLLIN) != 0, (event.events & EPOLLOUT) != 0,
                 (event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0};
+        }
     }
+    return batch;
 }
 
 void Poller::close() {

@@ -42,8 +42,11 @@ TaskQueue::State::~State() {
         if (const auto left = weak.lock()) left->abandon();
 }
 
-void TaskQueue::State::lastIdleLeft() {
-    if (starved.load()) return keepOneIdle();
+void TaskQueue::State::leftBehind() {
+    if (starved.load()) {
+        if (idle.load() > 0) return poller.post();
+        return keepOneIdle();
+    }
     // Most handlers are back within microseconds; waking a thread for each of them would cost more
     // than they do. The watcher is woken once and then looks by itself.
     if (watching.exchange(true)) return;
@@ -54,20 +57,25 @@ void TaskQueue::State::lastIdleLeft() {
 void TaskQueue::State::watch() {
     std::unique_lock guard(lock);
     const auto ends = [this] { return ending.load(); };
+    std::uint64_t seenTaken = 0;
     while (!ends()) {
         wakeWatcher.wait(guard, [&] { return watching.load() || ends(); });
         for (int calm = 0; calm < watchedCalm && !wakeWatcher.wait_for(guard, watchPeriod, ends);) {
             starved.store(idle.load() == 0);
-            calm = starved.load() ? 0 : calm + 1;
+            const bool stuck = !happened.empty() && taken == seenTaken;
+            seenTaken = taken;
+            calm = starved.load() || stuck ? 0 : calm + 1;
+            // Whoever waits in the poller has not seen what lies here.
+            if (stuck) poller.post();
             guard.unlock();
-            if (calm == 0) keepOneIdle();
+            if (starved.load()) keepOneIdle();
             guard.lock();
         }
         watching.store(false);
-        // Whoever left the loop empty just now has still seen it watched.
-        if (idle.load() == 0) watching.store(true);
+        // Whoever left something behind just now has still seen it watched.
+        if (idle.load() == 0 || !happened.empty()) watching.store(true);
     }
-    // Nobody looks any more: from now on every thread that leaves the loop empty sees to it.
+    // Nobody looks any more: from now on every thread that leaves something behind sees to it.
     starved.store(true);
     guard.unlock();
     keepOneIdle();
@@ -119,7 +127,7 @@ void TaskQueue::State::addThread() {
 
 void TaskQueue::State::run() {
     ownQueue = this;
-    while (staysInLoop()) {
+    while (waiting.load() > 0 || staysInLoop()) {
         try {
             if (runOne()) continue;
             idle.fetch_sub(1);
@@ -158,12 +166,24 @@ bool TaskQueue::State::staysInLoop() {
 }
 
 bool TaskQueue::State::runOne() {
-    const Poller::Event event = poller.wait();
-    if (event.id == Poller::ended) return false;
     std::function<void()> task;
     std::shared_ptr<Watched> concerned;
+    Poller::Event event;
     {
-        const std::lock_guard guard(lock);
+        std::unique_lock guard(lock);
+        if (happened.empty()) {
+            guard.unlock();
+            const Poller::Batch batch = poller.wait();
+            guard.lock();
+            happened.insert(happened.end(), batch.events.begin(),
+                            batch.events.begin() + static_cast<std::ptrdiff_t>(batch.count));
+        }
+        if (happened.empty()) return true;
+        event = happened.front();
+        happened.pop_front();
+        ++taken;
+        waiting.store(happened.size());
+        if (event.id == Poller::ended) return false;
         if (event.id == Poller::posted) {
             if (tasks.empty()) return true;
             task = std::move(tasks.front());
@@ -248,7 +268,7 @@ std::size_t TaskQueue::threadCount() const {
 TaskQueue::Blocking::Blocking() {
     if (ownQueue == nullptr || blockingDepth++ > 0) return;
     ownQueue->blocked.fetch_add(1);
-    if (ownQueue->idle.fetch_sub(1) == 1) ownQueue->lastIdleLeft();
+    if (ownQueue->idle.fetch_sub(1) == 1 || ownQueue->waiting.load() > 0) ownQueue->leftBehind();
     if (ownQueue->ending.load()) {
         const std::lock_guard guard(ownQueue->lock);
         ownQueue->changed.notify_all();

@@ -38,11 +38,12 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     State& operator=(const State&) = delete;
     ~State();
 
-    // A thread has begun to block and left nobody in the loop.
-    void lastIdleLeft();
+    // A thread has begun to block and left events behind it, or nobody in the loop.
+    void leftBehind();
     // Adds a thread if none waits in the loop any more.
     void keepOneIdle();
-    // The life of the thread that notices when the loop stays without an idle thread.
+    // The life of the thread that notices when the loop stays without an idle thread, or events
+    // without anybody who takes them.
     void watch();
     void startWatching();
     // Starts a thread; without effect at the limit, or where the system gives none.
@@ -51,7 +52,7 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     void run();
     // Keeps the calling thread outside the loop while it is too much there. False: it shall end.
     bool staysInLoop();
-    // Waits for one event and lets it happen. False: the queue has ended.
+    // Waits for events if none is left, and lets the oldest happen. False: the queue has ended.
     bool runOne();
 
     // Under which the poller may tell of it. Absent when the queue is ending.
@@ -71,8 +72,9 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     std::atomic<int> idle{0};     // threads in the loop that no task blocks, or about to enter it
     std::atomic<int> blocked{0};  // threads inside a Blocking
     std::atomic<bool> ending{false};
-    std::atomic<bool> watching{false};  // the watcher looks at `idle` every now and then
-    std::atomic<bool> starved{false};   // it has found none: from now on threads are added at once
+    std::atomic<bool> watching{false};    // the watcher looks every now and then
+    std::atomic<bool> starved{false};     // it has found nobody idle: help comes at once
+    std::atomic<std::size_t> waiting{0};  // the size of `happened`
 
     // Guarded by `lock`.
     std::mutex lock;
@@ -85,6 +87,10 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     std::size_t parked = 0;   // threads that wait outside the loop for being needed again
     std::size_t recalls = 0;  // parked threads already asked back
     std::deque<std::function<void()>> tasks;
+    // Brought by the poller and not yet looked at. Who has put them here goes on with them, unless
+    // it blocks; then the watcher wakes another thread.
+    std::deque<Poller::Event> happened;
+    std::uint64_t taken = 0;  // how many have been taken out
     Poller::Id nextId = Poller::firstFree;
     std::unordered_map<Poller::Id, std::weak_ptr<Watched>> watched;
 };

@@ -1,4 +1,7 @@
 // What the service tells of itself: statistics, and the self test that runs a real line twice.
+#include <algorithm>
+#include <cmath>
+
 #include "core/diag/Language.h"
 #include "core/platform/Clock.h"
 #include "core/platform/Errors.h"
@@ -10,7 +13,19 @@ namespace {
 
 constexpr std::size_t bareHeader = 44;  // bytes of a WAV without samples
 
+std::int64_t percentile(const std::vector<std::int64_t>& sorted, double p) {
+    if (sorted.empty()) return 0;
+    const auto last = static_cast<std::int64_t>(sorted.size()) - 1;
+    const std::int64_t index = std::llround(p * static_cast<double>(last));
+    return sorted[static_cast<std::size_t>(std::clamp<std::int64_t>(index, 0, last))];
+}
+
 }  // namespace
+
+bool TtsService::speaksPlaceholder() const {
+    const std::lock_guard guard(lock);
+    return usingPlaceholder;
+}
 
 ServiceStats TtsService::stats() {
     ServiceStats result;
@@ -23,19 +38,22 @@ ServiceStats TtsService::stats() {
     result.engineName = health.backend;
     result.engineDetail = health.detail;
     result.engineReady = health.ready;
+    std::vector<std::int64_t> sorted;
     {
         const std::lock_guard guard(lock);
+        sorted.assign(durations.begin(), durations.end());
         result.total = totalCount;
         result.failed = failedCount;
         result.totalAudioMs = totalAudioMs;
         result.totalSynthMs = totalSynthMs;
-        result.placeholder = usingPlaceholder;
     }
+    result.placeholder = speaksPlaceholder();
     result.queueDepth = queue->depth();
     result.prewarmPending = static_cast<std::int64_t>(prewarm->pending());
     result.busy = queue->busy();
-    result.p50Ms = percentile(0.5);
-    result.p95Ms = percentile(0.95);
+    std::sort(sorted.begin(), sorted.end());
+    result.p50Ms = percentile(sorted, 0.5);
+    result.p95Ms = percentile(sorted, 0.95);
     return result;
 }
 
@@ -44,12 +62,7 @@ std::vector<CheckResult> TtsService::selfTest(const std::string& text, const std
     std::vector<CheckResult> lines;
 
     const EngineHealth health = engineHealth();
-    bool placeholderSpeaks = false;
-    {
-        const std::lock_guard guard(lock);
-        placeholderSpeaks = usingPlaceholder;
-    }
-    if (placeholderSpeaks)
+    if (speaksPlaceholder())
         lines.push_back({"engine", false, T("现在出的是占位波形,不是真声音 —— ") + health.detail});
     else
         lines.push_back({"engine", health.ready, health.backend + " · " + health.detail});

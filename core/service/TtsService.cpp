@@ -266,17 +266,4 @@ void TtsService::recordDuration(std::int64_t ms) {
     while (durations.size() > kept) durations.pop_front();
 }
 
-std::int64_t TtsService::percentile(double p) const {
-    std::vector<std::int64_t> sorted;
-    {
-        const std::lock_guard guard(lock);
-        sorted.assign(durations.begin(), durations.end());
-    }
-    if (sorted.empty()) return 0;
-    std::sort(sorted.begin(), sorted.end());
-    const auto last = static_cast<std::int64_t>(sorted.size()) - 1;
-    const std::int64_t index = std::llround(p * static_cast<double>(last));
-    return sorted[static_cast<std::size_t>(std::clamp<std::int64_t>(index, 0, last))];
-}
-
 }  // namespace zepho

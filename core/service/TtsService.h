@@ -63,6 +63,8 @@ public:
     std::vector<CheckResult> selfTest(const std::string& text, const std::string& language,
                                       TtsGender gender, const std::string& airline);
     EngineHealth engineHealth();
+    // Whether the engine chosen last makes fake audio.
+    [[nodiscard]] bool speaksPlaceholder() const;
 
     void unloadModel();
     [[nodiscard]] bool modelUnloaded() const;
@@ -107,7 +109,6 @@ private:
     void countAnswered();
     void countFailed();
     void recordDuration(std::int64_t ms);
-    [[nodiscard]] std::int64_t percentile(double p) const;
 
     // Constant after construction; each guards itself.
     const std::shared_ptr<TtsEngine> placeholder;

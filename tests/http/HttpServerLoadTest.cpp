@@ -1,10 +1,12 @@
 // Many clients, slow handlers, peers that vanish, and the end of the server in the middle of it.
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <vector>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -39,6 +41,53 @@ TEST(HttpServerLoadTest, AnyNumberOfHandlersMayBlock) {
     // What was too much ends again.
     EXPECT_TRUE(eventually([] { return serverThreads() <= 16; })) << serverThreads();
     EXPECT_EQ(clients.front().request("GET", "/again")->body, "/again");
+}
+
+// Keeps all threads that there are on one processor.
+class OneProcessor {
+public:
+    OneProcessor() {
+        ::sched_getaffinity(0, sizeof before, &before);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(::sched_getcpu(), &one);
+        setAll(one);
+    }
+    OneProcessor(const OneProcessor&) = delete;
+    OneProcessor& operator=(const OneProcessor&) = delete;
+    ~OneProcessor() { setAll(before); }
+
+private:
+    static void setAll(const cpu_set_t& processors) {
+        for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
+            ::sched_setaffinity(std::stoi(thread.path().filename()), sizeof processors,
+                                &processors);
+    }
+
+    cpu_set_t before{};
+};
+
+TEST(HttpServerLoadTest, NobodyWaitsBehindAHandlerThatBlocks) {
+    // Requests of one moment may be brought to one thread, which then blocks in the first of them
+    // while the others sleep: on one processor that is what happens nearly every time.
+    std::atomic<Gate*> gate{nullptr};
+    const auto server = startServer([&](const HttpRequest& request) {
+        if (request.path == "/slow") gate.load()->wait();
+        return HttpResponse::text(200, request.path);
+    });
+    const OneProcessor crowd;
+    HttpClient slow(server->port());
+    std::vector<HttpClient> quick;
+    for (int i = 0; i < 3; ++i) quick.emplace_back(server->port());
+    for (int round = 0; round < 50; ++round) {
+        Gate closed;
+        gate = &closed;
+        ASSERT_TRUE(slow.send("GET /slow HTTP/1.1\r\n\r\n"));
+        for (HttpClient& client : quick) ASSERT_TRUE(client.send("GET /quick HTTP/1.1\r\n\r\n"));
+        for (HttpClient& client : quick) ASSERT_TRUE(client.read()) << round;
+        closed.open();
+        ASSERT_TRUE(slow.read());
+    }
 }
 
 TEST(HttpServerLoadTest, IdleAndHalfConnectionsCostNoThread) {
