@@ -45,6 +45,7 @@ AppState::AppState(Surroundings around)
       downloader(ModelDownloader::make()) {
     workers.setMaxThreadCount(workerLimit);
     turns.setMaxThreadCount(1);
+    sounds.setMaxThreadCount(1);
     ZEPHOPaths::ensureDirectories();
     config->load();
     setUiLang(config->uiLanguage);
@@ -181,6 +182,7 @@ void AppState::shutdown() {
     timer.stop();
     AppLog::setLineHandler({});
     AppLog::setRequestHandler({});
+    sounds.clear();
     player->stop();
     downloader->cancel();
     http->stop();
@@ -292,8 +294,8 @@ void AppState::setPlaying(bool now) {
 
 void AppState::play(SharedBytes wav, std::int64_t durationMs, std::function<void(bool)> then) {
     playedClip = wav;
-    inBackground(
-        this,
+    runOn(
+        sounds, this,
         [player = player.get(), wav = std::move(wav), durationMs] {
             return player->play(wav, durationMs);
         },
@@ -305,8 +307,8 @@ void AppState::play(SharedBytes wav, std::int64_t durationMs, std::function<void
 }
 
 void AppState::stopPlaying() {
-    inBackground(
-        this, [player = player.get()] { player->stop(); },
+    runOn(
+        sounds, this, [player = player.get()] { player->stop(); },
         [this](const Outcome<Nothing>&) { setPlaying(player->isPlaying()); });
 }
 

@@ -189,6 +189,7 @@ private:
     // The last members: their end waits for what runs.
     QThreadPool workers;
     QThreadPool turns;
+    QThreadPool sounds;  // plays and stops, in the order of the calls
 };
 
 }  // namespace zepho

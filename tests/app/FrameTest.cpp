@@ -4,6 +4,7 @@
 
 #include "app/SingleInstance.h"
 #include "app/StatusLine.h"
+#include "core/audio/PcmBuffer.h"
 #include "tests/app/WindowFixture.h"
 
 namespace zepho::test {
@@ -164,6 +165,26 @@ TEST_F(FrameTest, APageThatHasGoneGetsNoCallback) {
         });
     ASSERT_TRUE(eventually([&] { return after; }));
     EXPECT_FALSE(called);
+}
+
+TEST_F(FrameTest, ClipsBeginAndStopInTheOrderOfTheClicks) {
+    PcmBuffer silence;
+    silence.sampleRate = 8000;
+    silence.data.resize(8000 * 60);
+    const SharedBytes clip = buildWav(silence, 1);
+    for (int round = 0; round < 20; ++round) {
+        int begun = 0;
+        for (int i = 0; i < 4; ++i) {
+            state->stopPlaying();
+            state->play(clip, 60000, [&](bool sounds) { begun += sounds ? 1 : 0; });
+        }
+        ASSERT_TRUE(eventually([&] { return begun == 4; }));
+        EXPECT_TRUE(state->player->isPlaying());
+        state->play(clip, 60000);
+        state->stopPlaying();
+        ASSERT_TRUE(eventually([&] { return !state->playing; }));
+        EXPECT_FALSE(state->player->isPlaying());
+    }
 }
 
 }  // namespace
