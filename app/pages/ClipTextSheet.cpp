@@ -1,7 +1,6 @@
 #include "app/pages/ClipTextSheet.h"
 
 #include <QFormLayout>
-#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -14,6 +13,7 @@
 #include "app/QtText.h"
 #include "app/Theme.h"
 #include "app/pages/ClipTextField.h"
+#include "app/widgets/SheetButtons.h"
 #include "app/widgets/SpeechPickers.h"
 
 namespace zepho {
@@ -48,21 +48,12 @@ ClipTextSheet::ClipTextSheet(AppState& state, ClipTextRequest asked, Done onDone
     if (request.kind.sort == ClipTextKind::Sort::newVoice) addVoiceFields(column);
     addClips(column);
 
-    auto* cancel = new QPushButton(qT("取消"), this);
-    auto* ok = new QPushButton(qT("确定"), this);
-    ok->setProperty("primary", true);
-    ok->setDefault(true);
     summary->setObjectName("summary");
     QPalette colours = summary->palette();
     colours.setColor(QPalette::WindowText, Theme::tones().warning);
     summary->setPalette(colours);
-    auto* buttons = new QHBoxLayout;
-    buttons->addWidget(summary, 1);
-    buttons->addWidget(cancel);
-    buttons->addWidget(ok);
-    column->addLayout(buttons);
-    connect(cancel, &QPushButton::clicked, this, &QDialog::reject);
-    connect(ok, &QPushButton::clicked, this, &QDialog::accept);
+    connect(addSheetButtons(this, column, qT("确定"), summary), &QPushButton::clicked, this,
+            &QDialog::accept);
 
     progress.setInterval(progressMs);
     connect(&progress, &QTimer::timeout, this, &ClipTextSheet::showProgress);

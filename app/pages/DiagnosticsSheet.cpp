@@ -1,6 +1,5 @@
 #include "app/pages/DiagnosticsSheet.h"
 
-#include <QDialogButtonBox>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
@@ -10,6 +9,7 @@
 
 #include "app/QtText.h"
 #include "app/Theme.h"
+#include "app/widgets/SheetButtons.h"
 
 namespace zepho {
 
@@ -48,13 +48,8 @@ DiagnosticsSheet::DiagnosticsSheet(const std::vector<DiagnosticsPart>& parts,
     beside->addWidget(names);
     beside->addWidget(content, 1);
     all->addLayout(beside, 1);
-    auto* const buttons = new QDialogButtonBox(this);
-    QPushButton* const accept = buttons->addButton(qT("另存为…"), QDialogButtonBox::AcceptRole);
-    accept->setProperty("primary", true);
-    buttons->addButton(qT("取消"), QDialogButtonBox::RejectRole);
-    all->addWidget(buttons);
-    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(addSheetButtons(this, all, qT("另存为…")), &QPushButton::clicked, this,
+            &QDialog::accept);
     connect(this, &QDialog::accepted, this, [save = std::move(save)] { save(); });
     resize(780, 480);
 }

@@ -106,7 +106,7 @@ HubPage::HubPage(AppState& state)
     table->setObjectName("hubTable");
     name(table, "云分享");
     const int letter = table->fontMetrics().horizontalAdvance('0');
-    const int widths[] = {26, 14, 11, 10, 9, 11, 13};
+    const int widths[] = {26, 14, 11, 10, 9, 15, 13};
     for (int i = 0; i < noteColumn; ++i) table->setColumnWidth(i, widths[i] * letter);
     all->addWidget(table, 1);
     addButtonLine(all);

@@ -1,6 +1,5 @@
 #include "app/pages/ShareSheet.h"
 
-#include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -10,6 +9,7 @@
 #include <algorithm>
 
 #include "app/QtText.h"
+#include "app/widgets/SheetButtons.h"
 #include "core/base/Text.h"
 
 namespace zepho {
@@ -59,14 +59,8 @@ ShareSheet::ShareSheet(AppState& state, HubKind what,
     all->addWidget(head);
     addList(all);
     addForm(all);
-    auto* const buttons = new QDialogButtonBox(this);
-    QPushButton* const upload = buttons->addButton(qT("上传"), QDialogButtonBox::ApplyRole);
-    upload->setProperty("primary", true);
-    upload->setDefault(true);
-    buttons->addButton(qT("取消"), QDialogButtonBox::RejectRole);
-    all->addWidget(buttons);
-    connect(upload, &QPushButton::clicked, this, &ShareSheet::check);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(addSheetButtons(this, all, qT("上传")), &QPushButton::clicked, this,
+            &ShareSheet::check);
     connect(this, &QDialog::finished, this,
             [this, onDone = std::move(onDone)] { onDone(std::move(choice)); });
     resize(620, 520);
