@@ -78,7 +78,7 @@ void ShareSheet::addList(QVBoxLayout* to) {
     list->setAccessibleName(asked->text());
     for (const Entry& entry : entries) list->addItem(entry.shown);
     to->addWidget(list, 1);
-    connect(list, &QListWidget::currentRowChanged, this, &ShareSheet::rowChosen);
+    connect(list, &QListWidget::itemSelectionChanged, this, &ShareSheet::rowChosen);
     if (!entries.empty()) return;
     list->hide();
     auto* const none =
@@ -139,20 +139,27 @@ std::vector<ShareSheet::Entry> ShareSheet::bindingEntries() const {
     return made;
 }
 
+// Not the current row: a list that gets the focus makes its first row the current one by itself.
+const ShareSheet::Entry* ShareSheet::chosenEntry() const {
+    const QModelIndexList rows = list->selectionModel()->selectedRows();
+    return rows.isEmpty() ? nullptr : &entries[static_cast<std::size_t>(rows.front().row())];
+}
+
 // A title that the person has written stays.
-void ShareSheet::rowChosen(int row) {
-    if (row < 0 || title->text() != lastAutoTitle) return;
-    lastAutoTitle = entries[static_cast<std::size_t>(row)].suggestion.left(longestField);
+void ShareSheet::rowChosen() {
+    const Entry* const chosen = chosenEntry();
+    if (chosen == nullptr || title->text() != lastAutoTitle) return;
+    lastAutoTitle = chosen->suggestion.left(longestField);
     title->setText(lastAutoTitle);
 }
 
 void ShareSheet::check() {
     ShareChoice made{kind, trimmedText(userId), trimmedText(title), trimmedText(note), {}};
-    const int row = list->currentRow();
-    if (row < 0) return app.alert(qT("先选一个。"));
+    const Entry* const chosen = chosenEntry();
+    if (chosen == nullptr) return app.alert(qT("先选一个。"));
     if (made.userId.empty()) return app.alert(qT("用户 ID 不能空 —— 别人靠它认出这是谁分享的。"));
     if (made.title.empty()) return app.alert(qT("标题不能空。"));
-    made.picked = entries[static_cast<std::size_t>(row)].id;
+    made.picked = chosen->id;
     choice = std::move(made);
     accept();
 }

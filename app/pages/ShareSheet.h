@@ -35,7 +35,8 @@ private:
     [[nodiscard]] std::vector<Entry> bindingEntries() const;
     void addList(QVBoxLayout* to);
     void addForm(QVBoxLayout* to);
-    void rowChosen(int row);
+    [[nodiscard]] const Entry* chosenEntry() const;
+    void rowChosen();
     void check();
 
     AppState& app;

@@ -301,6 +301,9 @@ TEST_F(HubPageTest, TheSheetChecksWhatItGets) {
         return answerMessage();
     };
     user->setText("  ");
+    // The focus alone chooses nothing.
+    rows->setFocus();
+    EXPECT_EQ(title->text(), "");
     EXPECT_EQ(refusal(), "Pick one first.");
     rows->setCurrentRow(0);
     const QString suggested = title->text();
