@@ -155,6 +155,18 @@ std::optional<Bytes> loadFileBytes(const std::string& path) {
     return bytes;
 }
 
+bool readFilePieces(const std::string& path, const std::function<bool(ByteView)>& take) {
+    const Descriptor file(openRetrying(path.c_str(), O_RDONLY));
+    if (!file.isOpen()) return false;
+    Bytes piece(std::size_t{128} * 1024);
+    for (;;) {
+        const ssize_t got = ::read(file.number(), piece.data(), piece.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return false;
+        if (got == 0 || !take(ByteView(piece).first(static_cast<std::size_t>(got)))) return true;
+    }
+}
+
 std::optional<FileHead> readFileHead(const std::string& path, std::size_t maxBytes) {
     const Descriptor file(openRetrying(path.c_str(), O_RDONLY));
     if (!file.isOpen()) return std::nullopt;
@@ -207,8 +219,8 @@ bool directoryExists(const std::string& path) {
     return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-bool isTemporaryName(const std::string& name) {
-    return name.find(temporaryMark) != std::string::npos;
+bool isTemporaryName(std::string_view name) {
+    return name.find(temporaryMark) != std::string_view::npos;
 }
 
 void removeStaleTemporaries(const std::string& path) {
