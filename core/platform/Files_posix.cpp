@@ -76,6 +76,16 @@ void writeAll(int fd, ByteView bytes, const std::string& path) {
     }
 }
 
+// The disk may begin with these bytes while the next are made. Only ever a hint: the sync decides.
+void startWriting(int fd, std::size_t from, std::size_t size) {
+#ifdef __linux__
+    static_cast<void>(::sync_file_range(fd, static_cast<off_t>(from), static_cast<off_t>(size),
+                                        SYNC_FILE_RANGE_WRITE));
+#else
+    static_cast<void>(fd), static_cast<void>(from), static_cast<void>(size);
+#endif
+}
+
 int syncRetrying(int fd) {
     int result = 0;
     do {
@@ -192,11 +202,18 @@ void saveFileBytes(const std::string& path, ByteView bytes) {
 
 void saveFilePieces(const std::string& path, const std::function<bool(Bytes&)>& appendNext) {
     replaceFile(path, [&](int fd, const std::string& name) {
+        constexpr std::size_t worthStarting = std::size_t{4} << 20;
         Bytes piece;
+        std::size_t written = 0;
+        std::size_t started = 0;
         for (bool more = true; more;) {
             piece.clear();
             more = appendNext(piece);
             writeAll(fd, piece, name);
+            written += piece.size();
+            if (written - started < worthStarting) continue;
+            startWriting(fd, started, written - started);
+            started = written;
         }
     });
 }

@@ -48,14 +48,12 @@ WavCache::WavCache(std::string directory, std::int64_t budgetBytes)
     } catch (const std::system_error&) {
         // Shows as a failure of the first write.
     }
-    // A large directory is listed while the index is read.
-    std::future<FileNames> listing = std::async(std::launch::async | std::launch::deferred,
-                                                [this, starter = std::this_thread::get_id()] {
-                                                    // Without a thread to spare, it is the starter who comes here.
-                                                    if (std::this_thread::get_id() != starter)
-                                                        nameThisThread("cache-list");
-                                                    return listClips(dir);
-                                                });
+    // A large directory is listed while the index is read; by this very thread if there is no other.
+    const auto list = [this, starter = std::this_thread::get_id()] {
+        if (std::this_thread::get_id() != starter) nameThisThread("cache-list");
+        return listClips(dir);
+    };
+    std::future<FileNames> listing = std::async(std::launch::async | std::launch::deferred, list);
     std::vector<CacheRecordPointer> records = readIndex();
     FileNames names = listing.get();
     store(std::move(records), names);
