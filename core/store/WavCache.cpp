@@ -386,7 +386,7 @@ void WavCache::saveIndex(bool force) {
     }
     try {
         keepIndexBackup(dir + indexName, dir + backupName);
-        saveCacheIndex(dir + indexName, std::move(records));
+        saveCacheIndex(dir + indexName, records);
     } catch (const std::exception& error) {
         AppLog::warn("cache", "cannot write cache index: " + describeError(error));
         const std::lock_guard guard(lock);
