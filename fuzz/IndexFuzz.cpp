@@ -20,8 +20,8 @@ using Records = std::vector<CacheRecordPointer>;
 
 auto fieldsOf(const CacheRecord& record) {
     return std::make_tuple(record.key, record.fileName, record.voiceId, record.text,
-                           record.language, std::round(record.speed * 1000), record.sampleRate,
-                           record.durationMs, record.bytes);
+                           record.language, std::round(static_cast<double>(record.speed) * 1000),
+                           record.sampleRate, record.durationMs, record.bytes);
 }
 
 bool same(Records left, Records right) {
