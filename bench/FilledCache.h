@@ -5,9 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "core/base/Hash.h"
@@ -22,25 +20,25 @@ inline void fillCacheDirectory(const std::string& dir, int clips) {
     // A file system limits the links to one file.
     constexpr int linksEach = 20000;
     for (int number = 0; number < clips; ++number) {
-        CacheRecord record;
-        record.key = sha256Utf8("clip " + std::to_string(number));
-        record.entry.fileName = record.key + ".wav";
-        record.entry.voiceId = "8f14e45fceea167a5a36dedd4bea2543";
-        record.entry.text = "Passengers of flight " + std::to_string(number) +
-                            " to Osaka are kindly asked to proceed to gate 42 immediately.";
-        record.entry.language = "en";
-        record.entry.sampleRate = 44100;
-        record.entry.durationMs = 5000 + number;
-        record.entry.bytes = 441044;
+        const std::string key = sha256Utf8("clip " + std::to_string(number));
+        CacheEntry entry;
+        entry.fileName = key + ".wav";
+        entry.voiceId = "8f14e45fceea167a5a36dedd4bea2543";
+        entry.text = "Passengers of flight " + std::to_string(number) +
+                     " to Osaka are kindly asked to proceed to gate 42 immediately.";
+        entry.language = "en";
+        entry.sampleRate = 44100;
+        entry.durationMs = 5000 + number;
+        entry.bytes = 441044;
         if (number % linksEach == 0) {
-            first = dir + record.entry.fileName;
+            first = dir + entry.fileName;
             std::ofstream(first) << "clip";
         } else {
-            std::filesystem::create_hard_link(first, dir + record.entry.fileName);
+            std::filesystem::create_hard_link(first, dir + entry.fileName);
         }
-        records.push_back(std::make_shared<const CacheRecord>(std::move(record)));
+        records.push_back(makeCacheRecord(key, entry));
     }
-    saveCacheIndex(dir + "index.json", std::move(records));
+    saveCacheIndex(dir + "index.json", records);
 }
 
 }  // namespace zepho

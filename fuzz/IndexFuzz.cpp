@@ -19,10 +19,9 @@ using namespace zepho;
 using Records = std::vector<CacheRecordPointer>;
 
 auto fieldsOf(const CacheRecord& record) {
-    const CacheEntry& entry = record.entry;
-    return std::make_tuple(record.key, entry.fileName, entry.voiceId, entry.text, entry.language,
-                           std::round(entry.speed * 1000), entry.sampleRate, entry.durationMs,
-                           entry.bytes);
+    return std::make_tuple(record.key, record.fileName, record.voiceId, record.text,
+                           record.language, std::round(static_cast<double>(record.speed) * 1000),
+                           record.sampleRate, record.durationMs, record.bytes);
 }
 
 bool same(Records left, Records right) {
@@ -49,13 +48,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!read) return 0;
     if (inFull) require(same(*read, *inFull), "the readers differ");
     for (const CacheRecordPointer& record : *read) {
-        const CacheEntry& entry = record->entry;
-        require(!entry.fileName.empty() && entry.fileName.find('/') == std::string::npos &&
-                    entry.fileName != "..",
+        require(!record->fileName.empty() && record->fileName.find('/') == std::string::npos &&
+                    record->fileName != "..",
                 "another directory");
-        require(entry.bytes >= 0 && entry.durationMs >= 0 && entry.sampleRate >= 0,
+        require(record->bytes >= 0 && record->durationMs >= 0 && record->sampleRate >= 0,
                 "a number below 0");
-        require(std::fabs(static_cast<double>(entry.speed)) <= indexSpeedLimit, "no speed");
+        require(std::fabs(static_cast<double>(record->speed)) <= indexSpeedLimit, "no speed");
     }
     const std::string path = directory.file("index.json");
     saveCacheIndex(path, *read);

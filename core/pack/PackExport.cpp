@@ -56,12 +56,13 @@ public:
 
     PackSummary write(const std::string& to) {
         refuseIf(manifest.voices.size() + steps.size() > maxPackItems, to);
-        addClips(to);
-        const Bytes json =
-            jsonData(packManifestJson(manifest, std::chrono::system_clock::now()), true);
-        refuseIf(json.size() > maxManifestBytes, to);
-        archive.add(packManifestName, json);
-        saveFileBytes(to, archive.finish());
+        next = steps.begin();
+        saveFilePieces(to, [&](Bytes& piece) {
+            const bool more = addClip(to);
+            if (!more) addEnd(to);
+            archive.takeOut(piece);
+            return more;
+        });
         return std::move(summary);
     }
 
@@ -73,30 +74,42 @@ private:
         std::string failure;
     };
 
+    struct Packing {
+        Step step;
+        std::future<std::optional<PackedEntry>> entry;
+    };
+
     static void refuseIf(bool tooLarge, const std::string& to) {
         if (tooLarge) throw std::system_error(std::make_error_code(std::errc::file_too_large), to);
     }
 
-    void addClips(const std::string& to) {
-        // As many clips as are being compressed are in memory besides the archive.
-        std::deque<std::future<std::optional<PackedEntry>>> running;
-        auto next = steps.begin();
-        for (const Step& step : steps) {
-            for (; running.size() < packingThreads && next != steps.end(); ++next)
-                running.push_back(
-                    std::async(std::launch::async, packClip, next->path, next->fileName));
-            const std::optional<PackedEntry> entry = running.front().get();
-            running.pop_front();
-            if (!entry) {
-                summary.notes.push_back(step.failure);
-                continue;
-            }
-            archive.add(*entry);
-            ++summary.clips;
-            summary.bytes += static_cast<std::int64_t>(entry->usize);
-            refuseIf(static_cast<std::uint64_t>(summary.bytes) > maxPackBytes - maxManifestBytes,
-                     to);
+    // The next clip, or its note; false after the last.
+    bool addClip(const std::string& to) {
+        // As many clips as are being compressed are in memory.
+        for (; running.size() < packingThreads && next != steps.end(); ++next)
+            running.push_back(
+                {*next, std::async(std::launch::async, packClip, next->path, next->fileName)});
+        if (running.empty()) return false;
+        Packing packing = std::move(running.front());
+        running.pop_front();
+        const std::optional<PackedEntry> entry = packing.entry.get();
+        if (!entry) {
+            summary.notes.push_back(packing.step.failure);
+            return true;
         }
+        archive.add(*entry);
+        ++summary.clips;
+        summary.bytes += static_cast<std::int64_t>(entry->usize);
+        refuseIf(static_cast<std::uint64_t>(summary.bytes) > maxPackBytes - maxManifestBytes, to);
+        return true;
+    }
+
+    void addEnd(const std::string& to) {
+        const Bytes json =
+            jsonData(packManifestJson(manifest, std::chrono::system_clock::now()), true);
+        refuseIf(json.size() > maxManifestBytes, to);
+        archive.add(packManifestName, json);
+        static_cast<void>(archive.finish());
     }
 
     const VoiceLibrary& voices;
@@ -104,6 +117,8 @@ private:
     PackSummary summary;
     std::set<std::string> seen;
     std::vector<Step> steps;
+    std::vector<Step>::const_iterator next;
+    std::deque<Packing> running;
     ZipWriter archive;
 };
 

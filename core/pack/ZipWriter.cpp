@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/pack/Deflate.h"
+#include "core/pack/Noise.h"
 #include "core/pack/ZipFormat.h"
 #include "core/platform/Require.h"
 
@@ -14,7 +15,8 @@ namespace {
 constexpr std::uint16_t version = 20;
 
 std::optional<Bytes> shorterForm(ByteView data) {
-    std::optional<Bytes> packed = deflate(data);
+    std::optional<Bytes> packed;
+    if (!looksLikeNoise(data)) packed = deflate(data);
     if (packed && (packed->empty() || packed->size() >= data.size())) packed.reset();
     return packed;
 }
@@ -46,7 +48,7 @@ void ZipWriter::add(const PackedEntry& entry) {
 }
 
 void ZipWriter::append(Record record, ByteView content) {
-    record.offset = out.size();
+    record.offset = taken + out.size();
     put32(zip::localSignature);
     putCommon(record);
     put(asBytes(record.name));
@@ -54,8 +56,14 @@ void ZipWriter::append(Record record, ByteView content) {
     records.push_back(std::move(record));
 }
 
+void ZipWriter::takeOut(Bytes& to) {
+    to.clear();
+    to.swap(out);
+    taken += to.size();
+}
+
 const Bytes& ZipWriter::finish() {
-    const std::uint64_t start = out.size();
+    const std::uint64_t start = taken + out.size();
     for (const Record& record : records) {
         put32(zip::directorySignature);
         put16(version);
@@ -67,7 +75,7 @@ const Bytes& ZipWriter::finish() {
         put32(record.offset);
         put(asBytes(record.name));
     }
-    const std::uint64_t size = out.size() - start;
+    const std::uint64_t size = taken + out.size() - start;
     put32(zip::endSignature);
     put16(0);
     put16(0);

@@ -1,4 +1,4 @@
-// Writes a zip archive into one buffer in memory.
+// Writes a zip archive into one buffer in memory, which may be emptied on the way.
 //
 // A plain value, used by one thread at a time. Nothing of the machine or the moment goes into the
 // archive: the same entries give the same bytes.
@@ -32,7 +32,10 @@ public:
     void add(std::string_view name, ByteView data);
     void add(const PackedEntry& entry);
 
-    // Writes the directory and gives the whole archive, which stays the writer's own. The writer is
+    // Hands over the part of the archive that no earlier call did, in place of what `to` held.
+    void takeOut(Bytes& to);
+
+    // Writes the directory and gives the archive, less what was taken out, which stays the writer's own. The writer is
     // not reset.
     [[nodiscard]] const Bytes& finish();
 
@@ -54,6 +57,7 @@ private:
     void putCommon(const Record& record);
 
     Bytes out;
+    std::uint64_t taken = 0;  // bytes of the archive before `out`
     std::vector<Record> records;
 };
 

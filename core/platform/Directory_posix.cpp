@@ -9,20 +9,25 @@
 
 namespace zepho {
 
-std::optional<std::vector<std::string>> listDirectory(const std::string& path) {
+bool forEachName(const std::string& path, const std::function<void(std::string_view name)>& visit) {
     DIR* opened = nullptr;
     outlast([&] { return (opened = ::opendir(path.c_str())) != nullptr; },
             [](int number) { return !isVerdictOnPath(number); });
-    if (opened == nullptr) return std::nullopt;
+    if (opened == nullptr) return false;
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opened, ::closedir);
-    std::vector<std::string> names;
     errno = 0;
     while (const dirent* entry = ::readdir(directory.get())) {
         const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") names.emplace_back(name);
+        if (name != "." && name != "..") visit(name);
         errno = 0;
     }
-    if (errno != 0) return std::nullopt;
+    return errno == 0;
+}
+
+std::optional<std::vector<std::string>> listDirectory(const std::string& path) {
+    std::vector<std::string> names;
+    if (!forEachName(path, [&](std::string_view name) { names.emplace_back(name); }))
+        return std::nullopt;
     return names;
 }
 

@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -18,6 +19,11 @@ namespace zepho {
 // All bytes of the file, or nothing if it cannot be read (missing, unreadable, a directory). Trouble
 // that may pass, such as a want of descriptors, is waited out for a tenth of a second.
 [[nodiscard]] std::optional<Bytes> loadFileBytes(const std::string& path);
+
+// Hands the file over in pieces, each gone after its call, until `take` gives false or the file ends.
+// False if it cannot be read to that point.
+[[nodiscard]] bool readFilePieces(const std::string& path,
+                                  const std::function<bool(ByteView)>& take);
 
 struct FileHead {
     Bytes bytes;
@@ -41,7 +47,7 @@ void createDirectories(const std::string& path);
 [[nodiscard]] bool directoryExists(const std::string& path);
 
 // Whether `name` is a temporary file that a killed saveFileBytes() left behind.
-[[nodiscard]] bool isTemporaryName(const std::string& name);
+[[nodiscard]] bool isTemporaryName(std::string_view name);
 
 // `path` with one "/" at its end.
 std::string withTrailingSlash(std::string path);

@@ -76,6 +76,16 @@ void writeAll(int fd, ByteView bytes, const std::string& path) {
     }
 }
 
+// The disk may begin with these bytes while the next are made. Only ever a hint: the sync decides.
+void startWriting(int fd, std::size_t from, std::size_t size) {
+#ifdef __linux__
+    static_cast<void>(::sync_file_range(fd, static_cast<off_t>(from), static_cast<off_t>(size),
+                                        SYNC_FILE_RANGE_WRITE));
+#else
+    static_cast<void>(fd), static_cast<void>(from), static_cast<void>(size);
+#endif
+}
+
 int syncRetrying(int fd) {
     int result = 0;
     do {
@@ -155,6 +165,18 @@ std::optional<Bytes> loadFileBytes(const std::string& path) {
     return bytes;
 }
 
+bool readFilePieces(const std::string& path, const std::function<bool(ByteView)>& take) {
+    const Descriptor file(openRetrying(path.c_str(), O_RDONLY));
+    if (!file.isOpen()) return false;
+    Bytes piece(std::size_t{128} * 1024);
+    for (;;) {
+        const ssize_t got = ::read(file.number(), piece.data(), piece.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return false;
+        if (got == 0 || !take(ByteView(piece).first(static_cast<std::size_t>(got)))) return true;
+    }
+}
+
 std::optional<FileHead> readFileHead(const std::string& path, std::size_t maxBytes) {
     const Descriptor file(openRetrying(path.c_str(), O_RDONLY));
     if (!file.isOpen()) return std::nullopt;
@@ -180,11 +202,18 @@ void saveFileBytes(const std::string& path, ByteView bytes) {
 
 void saveFilePieces(const std::string& path, const std::function<bool(Bytes&)>& appendNext) {
     replaceFile(path, [&](int fd, const std::string& name) {
+        constexpr std::size_t worthStarting = std::size_t{4} << 20;
         Bytes piece;
+        std::size_t written = 0;
+        std::size_t started = 0;
         for (bool more = true; more;) {
             piece.clear();
             more = appendNext(piece);
             writeAll(fd, piece, name);
+            written += piece.size();
+            if (written - started < worthStarting) continue;
+            startWriting(fd, started, written - started);
+            started = written;
         }
     });
 }
@@ -207,8 +236,8 @@ bool directoryExists(const std::string& path) {
     return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-bool isTemporaryName(const std::string& name) {
-    return name.find(temporaryMark) != std::string::npos;
+bool isTemporaryName(std::string_view name) {
+    return name.find(temporaryMark) != std::string_view::npos;
 }
 
 void removeStaleTemporaries(const std::string& path) {

@@ -1,8 +1,10 @@
 #include "core/store/WavCache.h"
 
 #include <algorithm>
+#include <future>
 #include <limits>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "core/audio/WavReader.h"
@@ -13,7 +15,9 @@
 #include "core/platform/Errors.h"
 #include "core/platform/Files.h"
 #include "core/platform/SealedBytes.h"
+#include "core/platform/Thread.h"
 #include "core/platform/Unicode.h"
+#include "core/store/CacheIndex.h"
 #include "core/store/ClipFiles.h"
 
 namespace zepho {
@@ -44,55 +48,60 @@ WavCache::WavCache(std::string directory, std::int64_t budgetBytes)
     } catch (const std::system_error&) {
         // Shows as a failure of the first write.
     }
-    // One listing instead of a look at each file: it tells what exists, what is new and what a
-    // killed process left half-written.
-    Names names;
-    for (std::string& name : listDirectory(dir).value_or(std::vector<std::string>())) {
-        if (isTemporaryName(name))
-            deleteFile(dir + name);
-        else
-            names.insert(std::move(name));
-    }
-    load(names);
+    // A large directory is listed while the index is read; by this very thread if there is no other.
+    const auto list = [this, starter = std::this_thread::get_id()] {
+        if (std::this_thread::get_id() != starter) nameThisThread("cache-list");
+        return listClips(dir);
+    };
+    std::future<FileNames> listing = std::async(std::launch::async | std::launch::deferred, list);
+    std::vector<CacheRecordPointer> records = readIndex();
+    FileNames names = listing.get();
+    store(std::move(records), names);
     adoptOrphans(names);
     AppLog::info("cache", formatText("cache loaded: %d entries / %.1f MB from %@", items.size(),
                                      static_cast<double>(bytes) / 1048576, dir));
 }
 
-void WavCache::load(const Names& names) {
-    if (loadIndex(dir + indexName, names)) return;
-    if (loadIndex(dir + backupName, names))
-        AppLog::warn("cache", "main cache index was unusable, recovered from the backup");
+std::vector<CacheRecordPointer> WavCache::readIndex() const {
+    if (auto records = loadCacheIndex(dir + indexName)) return *std::move(records);
+    auto records = loadCacheIndex(dir + backupName);
+    if (!records) return {};
+    AppLog::warn("cache", "main cache index was unusable, recovered from the backup");
+    return *std::move(records);
 }
 
-bool WavCache::loadIndex(const std::string& path, const Names& names) {
-    std::optional<std::vector<CacheRecordPointer>> records = loadCacheIndex(path);
-    if (!records) return false;
+void WavCache::store(std::vector<CacheRecordPointer> records, FileNames& names) {
     const std::lock_guard guard(lock);
-    items.reserve(records->size());
-    for (CacheRecordPointer& record : *records)
-        if (names.contains(record->entry.fileName)) storeClaimedLocked(std::move(record));
-    return true;
+    items.reserve(records.size());
+    for (CacheRecordPointer& record : records) {
+        FileNames::Name* const name = names.find(record->fileName);
+        if (name == nullptr) continue;
+        if (record->fileName.ends_with(suffix) &&
+            record->key == record->fileName.substr(0, record->fileName.size() - suffix.size()))
+            name->known = true;
+        storeClaimedLocked(std::move(record));
+    }
 }
 
-void WavCache::adoptOrphans(const Names& names) {
+void WavCache::adoptOrphans(const FileNames& names) {
     std::int64_t adopted = 0;
-    for (const std::string& name : names) {
+    for (const FileNames::Name& listed : names.all()) {
+        const std::string_view name = names.text(listed);
         // What is no text cannot be a key anywhere else either.
-        if (!name.ends_with(suffix) || !isValidUtf8(name)) continue;
-        const auto key = std::string_view(name).substr(0, name.size() - suffix.size());
+        if (listed.known || !name.ends_with(suffix) || !isValidUtf8(name)) continue;
+        const std::string_view key = name.substr(0, name.size() - suffix.size());
         if (key.empty() || contains(key)) continue;
-        const std::optional<WavHeader> header = readWavHeader(dir + name);
-        if (!header) continue;
         CacheRecord record;
         record.key = key;
-        record.entry.fileName = name;
-        record.entry.sampleRate = static_cast<int>(
+        record.fileName = name;
+        const std::optional<WavHeader> header = readWavHeader(pathOf(record));
+        if (!header) continue;
+        record.sampleRate = static_cast<int>(
             std::clamp<std::int64_t>(header->sampleRate, 0, std::numeric_limits<int>::max()));
-        record.entry.durationMs = header->durationMs;
-        record.entry.bytes = header->totalBytes;
+        record.durationMs = header->durationMs;
+        record.bytes = header->totalBytes;
         const std::lock_guard guard(lock);
-        storeClaimedLocked(std::make_shared<const CacheRecord>(std::move(record)));
+        storeClaimedLocked(makeCacheRecord(record));
         dirty = true;
         ++adopted;
     }
@@ -115,11 +124,10 @@ std::optional<TtsResult> WavCache::tryGet(std::string_view key) {
         ++misses;
         return std::nullopt;
     }
-    const CacheEntry& entry = record->entry;
     std::optional<SharedBytes> wav = readClip(*record);
     if (!wav) {
-        AppLog::warn("cache",
-                     "cannot read cache file (" + entry.fileName + "), dropping the entry");
+        AppLog::warn("cache", "cannot read cache file (" + std::string(record->fileName) +
+                                  "), dropping the entry");
         {
             const std::lock_guard guard(lock);
             // A clip that was put there meanwhile is another one, and stays.
@@ -133,19 +141,19 @@ std::optional<TtsResult> WavCache::tryGet(std::string_view key) {
     ++hits;
     TtsResult result;
     result.wav = std::move(*wav);
-    result.sampleRate = entry.sampleRate;
+    result.sampleRate = record->sampleRate;
     result.channels = 1;
-    result.durationMs = entry.durationMs;
-    result.voiceId = entry.voiceId;
-    result.language = entry.language;
-    result.speed = entry.speed;
+    result.durationMs = record->durationMs;
+    result.voiceId = record->voiceId;
+    result.language = record->language;
+    result.speed = record->speed;
     result.etag = record->key;
     result.fromCache = true;
     return result;
 }
 
 std::optional<SharedBytes> WavCache::readClip(const CacheRecord& record) {
-    const std::string path = dir + record.entry.fileName;
+    const std::string path = pathOf(record);
     const std::optional<FileIdentity> identity = fileIdentity(path);
     if (!identity) return std::nullopt;
     if (auto kept = hot.find(record.key, *identity)) return kept;
@@ -164,7 +172,7 @@ std::optional<SharedBytes> WavCache::readClip(const CacheRecord& record) {
 std::optional<SharedBytes> WavCache::readAudio(std::string_view key) const {
     const CacheRecordPointer record = find(key);
     if (!record) return std::nullopt;
-    std::optional<Bytes> read = loadFileBytes(dir + record->entry.fileName);
+    std::optional<Bytes> read = loadFileBytes(pathOf(*record));
     if (!read) return std::nullopt;
     return SharedBytes(std::move(*read));
 }
@@ -187,19 +195,18 @@ void WavCache::put(const std::string& key, const std::string& text, const TtsRes
         const std::lock_guard guard(lock);
         if (budget >= 1 && size > budget) return;
     }
-    CacheRecord record;
-    record.key = key;
-    record.entry.fileName = key + std::string(suffix);
-    record.entry.voiceId = result.voiceId;
+    CacheEntry entry;
+    entry.fileName = key + std::string(suffix);
+    entry.voiceId = result.voiceId;
     // The index holds valid text only, whatever a client sent.
-    record.entry.text = graphemePrefix(replaceInvalidUtf8(text), textLimit);
-    record.entry.language = result.language;
-    record.entry.speed = result.speed;
-    record.entry.sampleRate = result.sampleRate;
-    record.entry.durationMs = result.durationMs;
-    record.entry.bytes = size;
+    entry.text = graphemePrefix(replaceInvalidUtf8(text), textLimit);
+    entry.language = result.language;
+    entry.speed = result.speed;
+    entry.sampleRate = result.sampleRate;
+    entry.durationMs = result.durationMs;
+    entry.bytes = size;
     try {
-        saveFileBytes(dir + record.entry.fileName, result.wav);
+        saveFileBytes(dir + entry.fileName, result.wav);
     } catch (const std::exception& error) {
         AppLog::warn("cache", "cannot write cache to " + dir + ": " + describeError(error));
         return;
@@ -207,7 +214,7 @@ void WavCache::put(const std::string& key, const std::string& text, const TtsRes
     std::vector<CacheRecordPointer> evicted;
     {
         const std::lock_guard guard(lock);
-        storeLocked(std::make_shared<const CacheRecord>(std::move(record)));
+        storeLocked(makeCacheRecord(key, entry));
         dirty = true;
         evicted = evictLocked();
     }
@@ -224,7 +231,7 @@ bool WavCache::remove(std::string_view key) {
         record = found->second.record;
         eraseLocked(found);
     }
-    deleteFile(dir + record->entry.fileName);
+    deleteFile(pathOf(*record));
     hot.drop(key);
     saveIndex(true);
     return true;
@@ -244,7 +251,7 @@ void WavCache::clear() {
         names = std::move(*listed);
         std::erase_if(names, [](const std::string& name) { return !name.ends_with(suffix); });
     } else {
-        for (const auto& [key, item] : emptied) names.push_back(item.record->entry.fileName);
+        for (const auto& [key, item] : emptied) names.emplace_back(item.record->fileName);
     }
     const auto left = std::count_if(names.begin(), names.end(), [this](const std::string& name) {
         return !deleteFilePatiently(dir + name);
@@ -283,9 +290,9 @@ std::map<std::string, CacheEntry> WavCache::snapshot() const {
     }
     std::map<std::string, CacheEntry> entries;
     for (const Item& item : copies) {
-        CacheEntry& entry = entries[item.record->key];
-        entry = item.record->entry;
+        CacheEntry entry = item.record->entry();
         entry.stamp = item.stamp;
+        entries.insert_or_assign(std::string(item.record->key), std::move(entry));
     }
     return entries;
 }
@@ -294,29 +301,34 @@ void WavCache::flush() {
     saveIndex(true);
 }
 
+std::string WavCache::pathOf(const CacheRecord& record) const {
+    return dir + std::string(record.fileName);
+}
+
 void WavCache::storeLocked(CacheRecordPointer record) {
     const std::string_view key = record->key;
-    if (const auto old = items.find(key); old != items.end()) {
-        bytes -= old->second.record->entry.bytes;
-        // The key in the map lives in the record that goes.
-        items.erase(old);
-    }
-    bytes += record->entry.bytes;
-    items.emplace(key, Item{std::move(record), ++clock});
+    ++clock;
+    bytes += record->bytes;
+    const auto [place, added] = items.try_emplace(key, Item{record, clock});
+    if (added) return;
+    bytes -= place->second.record->bytes;
+    // The key in the map lives in the record that goes.
+    items.erase(place);
+    items.emplace(key, Item{std::move(record), clock});
 }
 
 // Whatever sizes a file claims, their sum stays far from the end of its type.
 void WavCache::storeClaimedLocked(CacheRecordPointer record) {
-    if (record->entry.bytes > claimLimit - bytes) {
+    if (record->bytes > claimLimit - bytes) {
         CacheRecord limited = *record;
-        limited.entry.bytes = claimLimit - bytes;
-        record = std::make_shared<const CacheRecord>(std::move(limited));
+        limited.bytes = claimLimit - bytes;
+        record = makeCacheRecord(limited);
     }
     storeLocked(std::move(record));
 }
 
 void WavCache::eraseLocked(Items::iterator place) {
-    bytes -= place->second.record->entry.bytes;
+    bytes -= place->second.record->bytes;
     items.erase(place);
     dirty = true;
 }
@@ -336,7 +348,7 @@ std::vector<CacheRecordPointer> WavCache::evictLocked() {
         evicted.push_back(place->second.record);
         eraseLocked(place);
         ++evictions;
-        deleteFile(dir + evicted.back()->entry.fileName);
+        deleteFile(pathOf(*evicted.back()));
     }
     return evicted;
 }
@@ -374,7 +386,7 @@ void WavCache::saveIndex(bool force) {
     }
     try {
         keepIndexBackup(dir + indexName, dir + backupName);
-        saveCacheIndex(dir + indexName, std::move(records));
+        saveCacheIndex(dir + indexName, records);
     } catch (const std::exception& error) {
         AppLog::warn("cache", "cannot write cache index: " + describeError(error));
         const std::lock_guard guard(lock);

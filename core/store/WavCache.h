@@ -15,11 +15,11 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "core/base/TtsTypes.h"
-#include "core/store/CacheIndex.h"
+#include "core/store/CacheRecord.h"
+#include "core/store/FileNames.h"
 #include "core/store/HotClips.h"
 
 namespace zepho {
@@ -73,11 +73,11 @@ private:
         std::int64_t stamp = 0;
     };
     using Items = std::unordered_map<std::string_view, Item>;  // keys live in the records
-    using Names = std::unordered_set<std::string>;
 
-    void load(const Names& names);
-    bool loadIndex(const std::string& path, const Names& names);
-    void adoptOrphans(const Names& names);
+    [[nodiscard]] std::vector<CacheRecordPointer> readIndex() const;
+    void store(std::vector<CacheRecordPointer> records, FileNames& names);
+    void adoptOrphans(const FileNames& names);
+    [[nodiscard]] std::string pathOf(const CacheRecord& record) const;
     [[nodiscard]] std::optional<SharedBytes> readClip(const CacheRecord& record);
     [[nodiscard]] CacheRecordPointer find(std::string_view key) const;
     void saveIndex(bool force);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "core/pack/Deflate.h"
+#include "core/pack/Noise.h"
 #include "core/pack/ZipFormat.h"
 #include "core/pack/ZipReader.h"
 #include "core/pack/ZipWriter.h"
@@ -133,10 +134,57 @@ TEST(ZipWriter, StoresWhatDoesNotShrinkAndReadsBack) {
     writer.add("more", asBytes("after finish"));
     EXPECT_EQ(asText(ZipReader(writer.finish()).read("more")), "after finish");
 
+    // The same archive, taken out part by part.
+    ZipWriter emptied;
+    Bytes parts;
+    Bytes part = toBytes("of something else");
+    for (const auto& [name, data] :
+         std::vector<ZipEntry>{{"空港/音声.wav", text}, {"noise", dense}, {"empty", {}}}) {
+        emptied.add(name, data);
+        emptied.takeOut(part);
+        appendBytes(parts, part);
+    }
+    emptied.add("one", asBytes("x"));
+    emptied.add("noise", asBytes("later"));
+    emptied.add("folder/", {});
+    static_cast<void>(emptied.finish());
+    emptied.takeOut(part);
+    appendBytes(parts, part);
+    EXPECT_EQ(parts, archive);
+
     ZipWriter none;
     const Bytes bare = none.finish();
     EXPECT_EQ(bare.size(), 22U);
     EXPECT_TRUE(ZipReader(bare).names().empty());
+}
+
+// Only what deflate could not shrink anyhow goes without an attempt at it.
+TEST(ZipWriter, SparesItselfTheAttemptAtNoiseOnly) {
+    constexpr std::size_t size = std::size_t{1} << 20;
+    const auto with = [](auto change) {
+        Bytes data = noise(size);
+        for (std::size_t i = 0; i < size; ++i) change(data, i);
+        return data;
+    };
+    EXPECT_TRUE(looksLikeNoise(noise(size)));
+    EXPECT_TRUE(looksLikeNoise(noise(66000, 7)));
+    // Too little to know; some that is even; values that are all alike only over the whole; what
+    // comes again within the codec's reach.
+    const std::vector<Bytes> others{
+        noise(3000), Bytes(size), with([](Bytes& data, std::size_t i) {
+            if (i > size - 4000) data[i] = 0;
+        }),
+        with([](Bytes& data, std::size_t i) { data[i] = data[i] / 2 + (i < size / 2 ? 0 : 128); }),
+        with([](Bytes& data, std::size_t i) {
+            if (i >= 6000) data[i] = data[i - 6000];
+        })};
+    for (const Bytes& data : others) EXPECT_FALSE(looksLikeNoise(data));
+    for (const Bytes& data : {noise(size), others[2], others[3], others[4]}) {
+        const std::optional<Bytes> packed = deflate(data);
+        EXPECT_EQ(packEntry({"a", data}).method,
+                  packed && packed->size() < data.size() ? zip::deflated : zip::stored);
+    }
+    EXPECT_EQ(packEntry({"a", others[2]}).method, zip::deflated);
 }
 
 TEST(ZipWriterDeathTest, StopsAtWhatTheFormatCannotHold) {

@@ -89,7 +89,7 @@ TEST(CacheCrash, KilledProcessLosesNothingThatWasFlushed) {
             EXPECT_TRUE(parseWav(*audio)) << key;
         }
         for (const auto& file : std::filesystem::directory_iterator(home.path()))
-            EXPECT_FALSE(isTemporaryName(file.path().filename())) << file.path();
+            EXPECT_FALSE(isTemporaryName(file.path().filename().string())) << file.path();
         expectInvariants(cache);
     }
 }

@@ -1,5 +1,8 @@
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <random>
+#include <set>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -10,6 +13,8 @@
 #include "core/platform/Unicode.h"
 #include "core/store/CacheIndex.h"
 #include "core/store/CacheIndexReader.h"
+#include "core/store/FileNames.h"
+#include "core/store/OwnIndexReader.h"
 #include "core/store/WavCache.h"
 #include "tests/store/CacheTestSupport.h"
 #include "tests/support/TempDir.h"
@@ -35,7 +40,7 @@ TEST(CacheIndex, TextIsWhatTheJsonLibraryWrites) {
         entry.text = text;
         entry.speed = speed;
         entry.bytes = INT64_MAX;
-        records.push_back(std::make_shared<const CacheRecord>(CacheRecord{key, entry}));
+        records.push_back(makeCacheRecord(key, entry));
     };
     std::string controls;
     for (char c = 1; c < 0x21; ++c) controls += c;
@@ -60,9 +65,21 @@ TEST(CacheIndex, TextIsWhatTheJsonLibraryWrites) {
     const auto loaded = loadCacheIndex(home.file("index.json"));
     ASSERT_TRUE(loaded);
     ASSERT_EQ(loaded->size(), 5U);
-    EXPECT_EQ((*loaded)[2]->entry.text, "航班 ✈ \xF0\x9F\x9B\xAB");
-    EXPECT_EQ((*loaded)[2]->entry.speed, 0.8F);
-    EXPECT_EQ((*loaded)[2]->entry.bytes, INT64_MAX);
+    EXPECT_EQ((*loaded)[2]->text, "航班 ✈ \xF0\x9F\x9B\xAB");
+    EXPECT_EQ((*loaded)[2]->speed, 0.8F);
+    EXPECT_EQ((*loaded)[2]->bytes, INT64_MAX);
+}
+
+std::map<std::string, std::string> byKey(const std::vector<CacheRecordPointer>& list) {
+    std::map<std::string, std::string> lines;
+    for (const CacheRecordPointer& record : list) {
+        const CacheEntry entry = record->entry();
+        lines[std::string(record->key)] =
+            Json({entry.fileName, entry.voiceId, entry.text, entry.language, entry.speed,
+                  entry.sampleRate, entry.durationMs, entry.bytes})
+                .dump();
+    }
+    return lines;
 }
 
 // The reader has a short way for the text that the cache itself writes. Whatever happens to a byte of
@@ -71,26 +88,13 @@ TEST(CacheIndex, OwnFormReadsAsTheJsonLibraryDoes) {
     const TempDir home;
     std::vector<CacheRecordPointer> records;
     for (int i = 0; i < 2; ++i) {
-        CacheRecord record;
-        record.key = "key" + std::to_string(i);
-        record.entry = {
-            record.key + ".wav", "v\x01", "a \"q\" \\ \n é", "zh", 0.85F, 44100, 1200, 90, 0};
-        records.push_back(std::make_shared<const CacheRecord>(std::move(record)));
+        const std::string key = "key" + std::to_string(i);
+        records.push_back(makeCacheRecord(
+            key, {key + ".wav", "v", "a \"q\" \\ \n é", "zh", 0.85F, 44100, 1200, 90, 0}));
     }
     saveCacheIndex(home.file("index.json"), records);
     const std::string text = readFile(home.file("index.json"));
 
-    const auto byKey = [](const std::vector<CacheRecordPointer>& list) {
-        std::map<std::string, std::string> lines;
-        for (const CacheRecordPointer& record : list) {
-            const CacheEntry& entry = record->entry;
-            lines[record->key] =
-                Json({entry.fileName, entry.voiceId, entry.text, entry.language, entry.speed,
-                      entry.sampleRate, entry.durationMs, entry.bytes})
-                    .dump();
-        }
-        return lines;
-    };
     const std::string replacements = "09-.e\"\\{},: u\n\x01\xff";
     int accepted = 0;
     for (std::size_t pos = 0; pos <= text.size(); ++pos) {
@@ -105,8 +109,7 @@ TEST(CacheIndex, OwnFormReadsAsTheJsonLibraryDoes) {
             ASSERT_EQ(read.has_value(), parsed.has_value()) << changed;
             if (!read) continue;
             ++accepted;
-            // Without its line breaks the text goes the long way.
-            const auto plain = readIndexText(jsonString(*parsed));
+            const auto plain = readAnyIndexText(changed);
             ASSERT_TRUE(plain);
             ASSERT_EQ(byKey(*read), byKey(*plain)) << changed;
         }
@@ -114,6 +117,66 @@ TEST(CacheIndex, OwnFormReadsAsTheJsonLibraryDoes) {
     EXPECT_GT(accepted, 500);
     ASSERT_TRUE(readIndexText(text));
     EXPECT_EQ(byKey(*readIndexText(text)), byKey(records));
+}
+
+// However the file is cut up on its way, and whatever its texts are; an end too soon is none.
+TEST(CacheIndex, OwnFormIsReadInPieces) {
+    const TempDir home;
+    const std::vector<std::string> texts = {
+        "", "Gate 42", "quoted \"\"", "\\", "é航班 🛫\n", std::string(3000, 'x') + "\n\n"};
+    std::vector<CacheRecordPointer> records;
+    for (int i = 0; i < 600; ++i) {
+        const std::string key = "k" + std::to_string(i * 7919 % 1000);
+        const auto& text = texts[static_cast<std::size_t>(i) % texts.size()];
+        records.push_back(makeCacheRecord(
+            key,
+            {i % 5 == 0 ? "other" + key : key + ".wav", "voice" + std::to_string(i / 100), text,
+             i % 3 == 0 ? "zh" : "", static_cast<float>(i) / 100, i, i * 1000000000000, i, 0}));
+    }
+    saveCacheIndex(home.file("index.json"), records);
+    const std::string text = readFile(home.file("index.json"));
+    for (const std::size_t size :
+         {std::size_t{1}, std::size_t{97}, std::size_t{5000}, text.size()}) {
+        OwnIndexReader reader;
+        for (std::size_t pos = 0; pos < text.size(); pos += size) {
+            ASSERT_FALSE(reader.isComplete());
+            ASSERT_TRUE(reader.take(std::string_view(text).substr(pos, size))) << pos;
+        }
+        ASSERT_TRUE(reader.isComplete());
+        EXPECT_EQ(byKey(reader.records()), byKey(records));
+        static_cast<void>(reader.take("\n"));
+        EXPECT_FALSE(reader.isComplete());
+    }
+    EXPECT_EQ(byKey(*loadCacheIndex(home.file("index.json"))), byKey(records));
+    // One that is far from our form is not collected in vain.
+    OwnIndexReader reader;
+    EXPECT_FALSE(reader.take("{ \"" + std::string(100000, 'x')));
+}
+
+TEST(CacheIndex, NamesAreFoundInAnyOrder) {
+    std::mt19937 random(1);
+    std::set<std::string> there;
+    FileNames names;
+    EXPECT_EQ(names.find("a"), nullptr);
+    while (there.size() < 500) {
+        std::string name(random() % 12, 'a');
+        for (char& byte : name) byte = "ab\xff"[random() % 3];
+        if (there.insert(name).second) names.add(name);
+    }
+    names.sort();
+    std::vector<std::string> asked(there.begin(), there.end());
+    for (const std::string& name : there) asked.push_back(name + "b");
+    std::sort(asked.begin(), asked.end());
+    for (int round = 0; round < 3; ++round) {
+        for (const std::string& name : asked) {
+            const FileNames::Name* const found = names.find(name);
+            ASSERT_EQ(found != nullptr, there.contains(name));
+            if (found == nullptr) continue;
+            ASSERT_EQ(names.text(*found), name);
+        }
+        if (round == 0) std::reverse(asked.begin(), asked.end());
+        if (round == 1) std::shuffle(asked.begin(), asked.end(), random);
+    }
 }
 
 TEST(CacheIndex, EntriesSurviveARestart) {
