@@ -28,6 +28,9 @@ std::uint64_t addressSpaceFor(std::uint64_t clipBytes) {
     return clipBytes + std::min(96 * mega + 256 * clipBytes, 400 * mega);
 }
 
+// The arrays of a clip of about half a minute.
+constexpr std::size_t usualMemory = std::size_t{16} << 20;
+
 bool reply(const char* kind, Input clip) {
     zepho::DecoderReply head{zepho::decoderReplyForm};
     float* samples = nullptr;
@@ -44,6 +47,7 @@ int main(int count, char** words) {
     if (count != 2 || (std::strcmp(words[1], "mp3") != 0 && std::strcmp(words[1], "ogg") != 0))
         zepho::endProgram(badUsage);
     const Input clip = zepho::mapStandardInput();
+    zepho::prepareHeap(usualMemory);
     if (!zepho::enterSandbox({.addressSpace = addressSpaceFor(clip.size()),
                               .output = sizeof(zepho::DecoderReply) + zepho::largestClipBytes,
                               .cpuSeconds = 2}))
