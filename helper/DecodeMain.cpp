@@ -20,16 +20,17 @@ constexpr int badUsage = 2;
 constexpr int noSandbox = 3;
 constexpr int noReply = 4;
 
-// A few bytes can ask the Vorbis decoder for gigabytes, while ten minutes of stereo do need some
-// hundred megabytes. So a clip may ask for memory in proportion to what its sender had to send: the
-// lowest bit rates in use make about 220 bytes of samples and copies out of one byte.
-std::uint64_t addressSpaceFor(std::uint64_t clipBytes) {
-    constexpr std::uint64_t mega = std::uint64_t{1} << 20;
-    return clipBytes + std::min(96 * mega + 256 * clipBytes, 400 * mega);
-}
-
 // The arrays of a clip of about half a minute.
 constexpr std::size_t usualMemory = std::size_t{16} << 20;
+
+// A few bytes can ask the Vorbis decoder for gigabytes, while ten minutes of stereo do need some
+// hundred megabytes. So a clip may ask for memory in proportion to what its sender had to send: the
+// lowest bit rates in use make about 220 bytes of samples and copies out of one byte. The usual memory
+// is there in any case.
+std::uint64_t addressSpaceFor(std::uint64_t clipBytes) {
+    constexpr std::uint64_t mega = std::uint64_t{1} << 20;
+    return clipBytes + usualMemory + std::min(96 * mega + 256 * clipBytes, 400 * mega);
+}
 
 bool reply(const char* kind, Input clip) {
     zepho::DecoderReply head{zepho::decoderReplyForm};

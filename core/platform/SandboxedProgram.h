@@ -18,7 +18,8 @@ namespace zepho {
 
 // Has the first `bytes` of the heap come in large pages where the system has them, and large blocks
 // come from the heap. A program that lives for milliseconds spends many of them on the first touch of
-// small pages. For a program that has not allocated much yet.
+// small pages. For a program that has not allocated much yet; up to 4 MB more of its address space go
+// into it.
 void prepareHeap(std::size_t bytes);
 
 struct SandboxLimits {

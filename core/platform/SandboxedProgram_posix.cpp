@@ -159,11 +159,10 @@ std::span<const std::uint8_t> mapStandardInput() {
 
 void prepareHeap([[maybe_unused]] std::size_t bytes) {
 #if defined(__GLIBC__) && defined(MADV_HUGEPAGE)
-    // Longer blocks are mapped on their own as ever: they can then grow without a copy.
-    constexpr int largest = 32 << 20;
     constexpr std::uintptr_t page = 2 << 20;
-    ::mallopt(M_MMAP_THRESHOLD, largest);
-    ::mallopt(M_TRIM_THRESHOLD, largest);
+    const auto most = static_cast<int>(bytes + 2 * page);
+    ::mallopt(M_MMAP_THRESHOLD, most);
+    ::mallopt(M_TRIM_THRESHOLD, most);
     void* const all = std::malloc(bytes + page);
     if (all == nullptr) return;
     const auto begin = reinterpret_cast<std::uintptr_t>(all);
@@ -174,6 +173,8 @@ void prepareHeap([[maybe_unused]] std::size_t bytes) {
     // untouched. (Volatile, or the compiler drops a block that nobody uses.)
     std::free(all);
     [[maybe_unused]] void* volatile const gap = std::malloc(first - begin);
+    // Blocks that do not fit are mapped on their own as ever: they can then grow without a copy.
+    ::mallopt(M_MMAP_THRESHOLD, static_cast<int>(bytes));
 #endif
 }
 
