@@ -1,7 +1,8 @@
 // Decoding a clip of ten seconds at 44.1 kHz: in the helper program, against the bare decoder in
 // this process. The bare decoder takes about 5 ms for mono and 8 ms for stereo on a 2.6 GHz core;
-// the helper should add a few milliseconds, less than the decoding itself. Half a millisecond of
-// them is its start, the rest the first touch of fresh memory there and the copy of the samples.
+// the helper should add about two milliseconds. Half a millisecond of them is its start, as much
+// the pages of the file that the samples are handed over in, and the rest fresh memory in the
+// helper, the copy of the samples, and the end of both.
 // The last two lines show such parts alone: a clip that is given up at once, and one copy of the
 // samples. A machine with other work distorts all that waits for the helper.
 #include <benchmark/benchmark.h>

@@ -20,12 +20,16 @@ constexpr int badUsage = 2;
 constexpr int noSandbox = 3;
 constexpr int noReply = 4;
 
+// The arrays of a clip of about half a minute.
+constexpr std::size_t usualMemory = std::size_t{16} << 20;
+
 // A few bytes can ask the Vorbis decoder for gigabytes, while ten minutes of stereo do need some
 // hundred megabytes. So a clip may ask for memory in proportion to what its sender had to send: the
-// lowest bit rates in use make about 220 bytes of samples and copies out of one byte.
+// lowest bit rates in use make about 220 bytes of samples and copies out of one byte. The usual memory
+// is there in any case.
 std::uint64_t addressSpaceFor(std::uint64_t clipBytes) {
     constexpr std::uint64_t mega = std::uint64_t{1} << 20;
-    return clipBytes + std::min(96 * mega + 256 * clipBytes, 400 * mega);
+    return clipBytes + usualMemory + std::min(96 * mega + 256 * clipBytes, 400 * mega);
 }
 
 bool reply(const char* kind, Input clip) {
@@ -44,6 +48,7 @@ int main(int count, char** words) {
     if (count != 2 || (std::strcmp(words[1], "mp3") != 0 && std::strcmp(words[1], "ogg") != 0))
         zepho::endProgram(badUsage);
     const Input clip = zepho::mapStandardInput();
+    zepho::prepareHeap(usualMemory);
     if (!zepho::enterSandbox({.addressSpace = addressSpaceFor(clip.size()),
                               .output = sizeof(zepho::DecoderReply) + zepho::largestClipBytes,
                               .cpuSeconds = 2}))

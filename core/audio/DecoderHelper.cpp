@@ -1,11 +1,10 @@
 #include "core/audio/DecoderHelper.h"
 
-#include <algorithm>
-#include <cmath>
 #include <limits>
 #include <utility>
 
 #include "core/audio/DecoderReply.h"
+#include "core/audio/SampleKernels.h"
 #include "core/diag/AppLog.h"
 #include "core/platform/PlatformPaths.h"
 #include "core/platform/SandboxedRun.h"
@@ -44,9 +43,7 @@ std::optional<DecodedClip> readReply(const RunOutput& output) {
     if (!output.read(sizeof head, pcm.data.data(), head.frames * sizeof(float)))
         return std::nullopt;
     // Nothing downstream could play these, and a taken-over helper may well send them.
-    std::replace_if(
-        pcm.data.begin(), pcm.data.end(), [](float sample) { return !std::isfinite(sample); },
-        0.0F);
+    silenceNonNumbers(pcm.data.data(), pcm.data.size());
     clip.pcm = std::move(pcm);
     return clip;
 }

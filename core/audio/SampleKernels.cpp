@@ -1,6 +1,7 @@
 #include "core/audio/SampleKernels.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 // The vectors of these targets have no size at compile time; NEON serves their machines.
@@ -93,6 +94,16 @@ void accumulateWindowed(const float* samples, const float* window, std::size_t c
     for (; i < count; ++i) out[i] += samples[i] * window[i];
 }
 
+void keepNumbers(float* samples, std::size_t count) {
+    std::size_t i = 0;
+    for (; count - i >= lanes; i += lanes) {
+        const auto sample = hn::LoadU(floats, samples + i);
+        hn::StoreU(hn::IfThenElseZero(hn::IsFinite(sample), sample), floats, samples + i);
+    }
+    for (; i < count; ++i)
+        if (!std::isfinite(samples[i])) samples[i] = 0;
+}
+
 }  // namespace
 }  // namespace zepho::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
@@ -103,6 +114,7 @@ namespace zepho {
 HWY_EXPORT(from16Bit);
 HWY_EXPORT(to16Bit);
 HWY_EXPORT(accumulateWindowed);
+HWY_EXPORT(keepNumbers);
 
 void floatsFrom16Bit(const std::uint8_t* bytes, std::size_t count, float* out) {
     HWY_DYNAMIC_DISPATCH(from16Bit)(bytes, count, out);
@@ -114,6 +126,10 @@ bool floatsTo16Bit(const float* samples, std::size_t count, std::uint8_t* out) {
 
 void addWindowed(const float* samples, const float* window, std::size_t count, float* out) {
     HWY_DYNAMIC_DISPATCH(accumulateWindowed)(samples, window, count, out);
+}
+
+void silenceNonNumbers(float* samples, std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(keepNumbers)(samples, count);
 }
 
 }  // namespace zepho

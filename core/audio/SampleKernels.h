@@ -17,4 +17,7 @@ void floatsFrom16Bit(const std::uint8_t* bytes, std::size_t count, float* out);
 // Adds `samples` times `window` to `out`, product and sum each rounded on its own.
 void addWindowed(const float* samples, const float* window, std::size_t count, float* out);
 
+// Puts 0 in the place of what is infinite or not a number.
+void silenceNonNumbers(float* samples, std::size_t count);
+
 }  // namespace zepho

@@ -92,9 +92,11 @@ void S2LocalEngine::unload() {
 
 void S2LocalEngine::stopInternal(S2EngineState end, const std::string& sentence) {
     std::shared_ptr<Process> taken;
+    PortClaim given;  // until the child is gone
     {
         const std::lock_guard guard(lock);
         taken = std::exchange(child, nullptr);
+        given = std::exchange(childClaim, {});
     }
     endS2(taken.get(), tuning);
     removeS2PidFile();
@@ -107,11 +109,14 @@ bool S2LocalEngine::spawnChild() {
     S2Files what;
     EngineOptions with;
     {
+        // The claim of a child that is gone would be in our own way.
+        PortClaim former;
         const std::lock_guard guard(lock);
+        former = std::exchange(childClaim, {});
         what = files;
         with = opts;
     }
-    const std::optional<int> port = pickS2Port(tuning);
+    std::optional<S2Port> port = pickS2Port(tuning);
     if (!port) {
         const std::string sentence =
             TF("本机 %d..%d 全被占用,推理进程无处可放", tuning.firstPort, tuning.lastPort);
@@ -122,15 +127,16 @@ bool S2LocalEngine::spawnChild() {
     }
     const bool gpu = backendAvailable(ComputeBackend::metal);
     try {
-        std::shared_ptr<Process> made = launchS2(what, s2Arguments(what, with, *port, gpu));
+        std::shared_ptr<Process> made = launchS2(what, s2Arguments(what, with, port->number, gpu));
         const std::int32_t pid = made->pid();
         {
             const std::lock_guard guard(lock);
-            childPort = *port;
+            childPort = port->number;
+            childClaim = std::move(port->claim);
             child = std::move(made);
         }
         AppLog::info("s2", formatText("inference process started (pid %d, port %d): %@%@", pid,
-                                      *port, lastPathComponent(what.model),
+                                      port->number, lastPathComponent(what.model),
                                       s2UsesGpu(with, gpu) ? " [metal]" : " [cpu]"));
         return true;
     } catch (const std::system_error& error) {
@@ -138,7 +144,7 @@ bool S2LocalEngine::spawnChild() {
         const std::string sentence = TF("推理进程起不来:%@(%@)", what.executable, words);
         {
             const std::lock_guard guard(lock);
-            childPort = *port;
+            childPort = port->number;
             state = S2EngineState::failed;
             detail = sentence;
         }

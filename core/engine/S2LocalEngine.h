@@ -20,6 +20,7 @@
 #include "core/engine/EngineDiscovery.h"
 #include "core/engine/S2Tuning.h"
 #include "core/engine/TtsEngine.h"
+#include "core/platform/PortClaim.h"
 #include "core/platform/Process.h"
 
 namespace zepho {
@@ -104,6 +105,7 @@ private:
     S2Files files;
     std::string searchRoot;
     int childPort = 0;
+    PortClaim childClaim;  // of the port that the child was given
     std::shared_ptr<Process> child;
     Steady::time_point loadStart;
     int restarts = 0;

@@ -23,9 +23,13 @@ void appendWords(std::vector<std::string>& list, const std::string& text) {
 
 }  // namespace
 
-std::optional<int> pickS2Port(const S2Tuning& tuning) {
-    for (int port = tuning.firstPort; port <= tuning.lastPort; ++port)
-        if (probeLoopbackPort(port, tuning.probeLimit) != TcpProbe::answered) return port;
+std::optional<S2Port> pickS2Port(const S2Tuning& tuning) {
+    for (int port = tuning.firstPort; port <= tuning.lastPort; ++port) {
+        // Claimed before it is asked: of two services that ask at one moment, one gets it.
+        std::optional<PortClaim> claim = PortClaim::of(port);
+        if (claim && probeLoopbackPort(port, tuning.probeLimit) != TcpProbe::answered)
+            return S2Port{port, *std::move(claim)};
+    }
     return std::nullopt;
 }
 

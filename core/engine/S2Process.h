@@ -10,13 +10,20 @@
 #include "core/config/EngineOptions.h"
 #include "core/engine/EngineDiscovery.h"
 #include "core/engine/S2Tuning.h"
+#include "core/platform/PortClaim.h"
 #include "core/platform/Process.h"
 
 namespace zepho {
 
-// The first port of the range on which nobody answers; absent if all are taken. A port that is open
-// for us but answered by somebody else would be mistaken for the child, so it is asked, not bound.
-[[nodiscard]] std::optional<int> pickS2Port(const S2Tuning& tuning);
+struct S2Port {
+    int number = 0;
+    PortClaim claim;  // held for as long as the child is to be there
+};
+
+// The first port of the range on which nobody answers, and where no other service of the machine
+// has put a child that is still loading; absent if all are taken. A port that is open for us but
+// answered by somebody else would be mistaken for the child, so it is asked, not bound.
+[[nodiscard]] std::optional<S2Port> pickS2Port(const S2Tuning& tuning);
 
 // The words behind the program. `gpu` says whether the files of the GPU backend are there.
 [[nodiscard]] std::vector<std::string> s2Arguments(const S2Files& files,

@@ -16,6 +16,12 @@ namespace zepho {
 // for the life of the program.
 [[nodiscard]] std::span<const std::uint8_t> mapStandardInput();
 
+// Has the first `bytes` of the heap come in large pages where the system has them, and large blocks
+// come from the heap. A program that lives for milliseconds spends many of them on the first touch of
+// small pages. For a program that has not allocated much yet; up to 4 MB more of its address space go
+// into it.
+void prepareHeap(std::size_t bytes);
+
 struct SandboxLimits {
     std::uint64_t addressSpace = 0;  // bytes, all that is mapped already included
     std::uint64_t output = 0;        // bytes that a file may grow to

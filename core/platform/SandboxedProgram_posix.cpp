@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <cstdlib>
 
 #include <signal.h>
 #include <sys/mman.h>
@@ -8,6 +9,9 @@
 
 #include "core/platform/SandboxedProgram.h"
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 #if defined(__linux__)
 #include <cstddef>
 
@@ -151,6 +155,27 @@ std::span<const std::uint8_t> mapStandardInput() {
     void* bytes = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, STDIN_FILENO, 0);
     if (bytes == MAP_FAILED) return {};
     return {static_cast<const std::uint8_t*>(bytes), size};
+}
+
+void prepareHeap([[maybe_unused]] std::size_t bytes) {
+#if defined(__GLIBC__) && defined(MADV_HUGEPAGE)
+    constexpr std::uintptr_t page = 2 << 20;
+    const auto most = static_cast<int>(bytes + 2 * page);
+    ::mallopt(M_MMAP_THRESHOLD, most);
+    ::mallopt(M_TRIM_THRESHOLD, most);
+    void* const all = std::malloc(bytes + page);
+    if (all == nullptr) return;
+    const auto begin = reinterpret_cast<std::uintptr_t>(all);
+    const std::uintptr_t first = (begin + page - 1) / page * page;
+    // Where the system has none, small pages do.
+    (void)::madvise(reinterpret_cast<void*>(first), bytes / page * page, MADV_HUGEPAGE);
+    // Back to the heap, which keeps it; but what lies before the first large page stays taken, and
+    // untouched. (Volatile, or the compiler drops a block that nobody uses.)
+    std::free(all);
+    [[maybe_unused]] void* volatile const gap = std::malloc(first - begin);
+    // Blocks that do not fit are mapped on their own as ever: they can then grow without a copy.
+    ::mallopt(M_MMAP_THRESHOLD, static_cast<int>(bytes));
+#endif
 }
 
 bool enterSandbox(const SandboxLimits& limits) {

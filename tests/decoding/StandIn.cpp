@@ -88,9 +88,12 @@ void behave(const std::string& order) {
     } else if (order == "wide rate") {
         answer({0.5F}, 1, 0x80000000U);
     } else if (order == "not finite") {
-        answer({0.5F, std::numeric_limits<float>::quiet_NaN(),
-                -std::numeric_limits<float>::infinity(), 1.5F},
-               4, 8000);
+        // More than the widest vectors take at a time, and some left over.
+        std::vector<float> samples;
+        for (int i = 0; i < 25; ++i)
+            samples.insert(samples.end(), {0.5F, std::numeric_limits<float>::quiet_NaN(),
+                                           -std::numeric_limits<float>::infinity(), 1.5F});
+        answer(samples, samples.size(), 8000);
     } else if (order == "surroundings") {
         answerSurroundings();
     } else if (order.starts_with("crowd ")) {

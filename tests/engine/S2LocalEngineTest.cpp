@@ -221,6 +221,27 @@ TEST_F(S2Engine, findsAChildOnItsOwnPort) {
     EXPECT_EQ(speak(*engine).sampleRate, 22050);
 }
 
+TEST_F(S2Engine, leavesThePortOfAnotherServicesChildAloneWhileThatLoads) {
+    behave("start-delay-ms=300");
+    // Both at first: the second would take the child of the first for a leftover.
+    S2LocalEngine one({}, tuning);
+    S2LocalEngine other({}, tuning);
+    one.start();
+    other.start();
+    EXPECT_TRUE(waitForState(one, S2EngineState::ready)) << one.checkHealth().detail;
+    EXPECT_TRUE(waitForState(other, S2EngineState::ready)) << other.checkHealth().detail;
+    EXPECT_EQ(one.port(), tuning.firstPort);
+    EXPECT_EQ(other.port(), tuning.firstPort + 1);
+    behave("");
+    EXPECT_EQ(speak(one).sampleRate, 22050);
+    one.stop();
+    EXPECT_EQ(speak(other).sampleRate, 22050) << "it has a child of its own";
+    EXPECT_EQ(countLogLines("inference process gone"), 0);
+    one.start();
+    EXPECT_TRUE(waitForState(one, S2EngineState::ready));
+    EXPECT_EQ(one.port(), tuning.firstPort) << "given back, and had again";
+}
+
 TEST_F(S2Engine, unloadsAndLoadsAgain) {
     const auto engine = readyEngine();
     engine->unload();

@@ -1,5 +1,7 @@
 // The pure parts of the supervision: what follows an exit, the command line, the request body.
 #include <csignal>
+#include <set>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -87,6 +89,10 @@ TEST(S2Policy, buildsTheCommandLineInOrder) {
     }
 }
 
+int numberOf(const std::optional<S2Port>& port) {
+    return port ? port->number : 0;
+}
+
 TEST(S2Policy, takesTheFirstPortOnWhichNobodyAnswers) {
     S2Tuning tuning;
     tuning.firstPort = test::findFreePorts(2);
@@ -94,12 +100,31 @@ TEST(S2Policy, takesTheFirstPortOnWhichNobodyAnswers) {
     {
         // Taken but not answered: the test is a connect, not a bind.
         const test::TakenPort mute(tuning.firstPort, false);
-        EXPECT_EQ(pickS2Port(tuning), tuning.firstPort);
+        EXPECT_EQ(numberOf(pickS2Port(tuning)), tuning.firstPort);
     }
     const test::TakenPort first(tuning.firstPort, true);
-    EXPECT_EQ(pickS2Port(tuning), tuning.lastPort);
+    EXPECT_EQ(numberOf(pickS2Port(tuning)), tuning.lastPort);
     const test::TakenPort second(tuning.lastPort, true);
-    EXPECT_EQ(pickS2Port(tuning), std::nullopt);
+    EXPECT_EQ(numberOf(pickS2Port(tuning)), 0);
+}
+
+TEST(S2Policy, givesEachOfThoseWhoPickAtOnceAPortOfItsOwn) {
+    constexpr int services = 8;
+    S2Tuning tuning;
+    tuning.firstPort = test::findFreePorts(services);
+    tuning.lastPort = tuning.firstPort + services - 1;
+    std::vector<std::optional<S2Port>> picked(services);
+    std::vector<std::thread> threads;
+    for (std::optional<S2Port>& one : picked)
+        threads.emplace_back([&one, &tuning] { one = pickS2Port(tuning); });
+    for (std::thread& thread : threads) thread.join();
+    std::set<int> numbers;
+    for (const std::optional<S2Port>& one : picked) numbers.insert(numberOf(one));
+    EXPECT_EQ(numbers.size(), picked.size());
+    EXPECT_EQ(numbers.count(0), 0U);
+    EXPECT_EQ(numberOf(pickS2Port(tuning)), 0);
+    picked[3].reset();
+    EXPECT_NE(numberOf(pickS2Port(tuning)), 0);
 }
 
 std::string bodyOf(const S2Params& params) {

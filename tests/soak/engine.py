@@ -202,7 +202,7 @@ class EngineSoak:
         stranger_home = pathlib.Path(tempfile.mkdtemp(prefix="zephon-stranger-")).resolve()
         stranger = stranger_home / "s2"
         shutil.copy2(self.fake, stranger)
-        (stranger_home / "fake-s2.conf").write_text("never-ready=1\n")
+        (stranger_home / "fake-s2.conf").write_text(f"never-ready=1\nlives-with={os.getpid()}\n")
         orphans_seen = runs = done = 0
         orphans = []
         begin = time.monotonic()
@@ -210,14 +210,11 @@ class EngineSoak:
             # Its shell is gone at once, so that it is an orphan as well.
             subprocess.run(["sh", "-c", "setsid ./s2 >/dev/null 2>&1 &"], cwd=stranger_home,
                            check=True)
+            self.service.wait_until(lambda: processes_of(stranger), 10)
+            strangers = set(processes_of(stranger))
             while done < cycles:
-                if not processes_of(stranger):
-                    # It ends by itself after five minutes.
-                    subprocess.run(["sh", "-c", "setsid ./s2 >/dev/null 2>&1 &"],
-                                   cwd=stranger_home, check=True)
-                    self.service.wait_until(lambda: processes_of(stranger), 5)
                 self.begin_run(orphans)
-                if not processes_of(stranger):
+                if set(processes_of(stranger)) != strangers or not strangers:
                     self.problem("the start killed a stranger's program")
                 runs += 1
                 while done < cycles:

@@ -4,6 +4,7 @@
 // read at the start, before each request and while it is idle:
 //   start-delay-ms=N   loads that long before it opens its port
 //   never-ready=1      never opens its port
+//   lives-with=PID     as long as that process runs it does not end by itself; with never-ready
 //   port=N             listens there, whatever it was told
 //   busy=N             answers 503 to its first N requests
 //   delay-ms=N         takes that long for a line
@@ -39,6 +40,9 @@
 #include <unistd.h>
 
 namespace {
+
+// Whatever a test forgets ends by itself.
+constexpr unsigned lifetimeSeconds = 300;
 
 using Config = std::map<std::string, std::string>;
 
@@ -227,7 +231,7 @@ pid_t startGrandchild() {
     const pid_t made = ::fork();
     if (made != 0) return made;
     std::signal(SIGTERM, SIG_IGN);
-    ::alarm(300);
+    ::alarm(lifetimeSeconds);
     for (;;) ::pause();
 }
 
@@ -235,8 +239,7 @@ pid_t startGrandchild() {
 
 int main(int count, char** words) {
     const Config config = readConfig();
-    // Whatever a test forgets ends by itself.
-    ::alarm(300);
+    ::alarm(lifetimeSeconds);
     const pid_t grandchild = number(config, "grandchild") != 0 ? startGrandchild() : 0;
     report(count, words, grandchild);
     if (number(config, "ignore-term") != 0) std::signal(SIGTERM, SIG_IGN);
@@ -247,7 +250,11 @@ int main(int count, char** words) {
         if (std::strcmp(words[index], "--port") == 0) port = std::atoi(words[index + 1]);
     sleepMs(number(config, "start-delay-ms"));
     if (word(config, "die-at") == "start") die(config);
-    while (number(config, "never-ready") != 0) sleepMs(1000);
+    while (number(config, "never-ready") != 0) {
+        sleepMs(1000);
+        const int keeper = number(config, "lives-with");
+        if (keeper > 0 && ::kill(keeper, 0) == 0) ::alarm(lifetimeSeconds);
+    }
     const int listener = listenOn(port);
     int busyAnswers = 0;
     for (;;) {
