@@ -43,10 +43,10 @@ TaskQueue::State::~State() {
 }
 
 void TaskQueue::State::leftBehind() {
-    if (starved.load()) {
-        if (idle.load() > 0) return poller.post();
-        return keepOneIdle();
-    }
+    const int free = idle.load();
+    if (free > 0 && starved.load()) return poller.post();
+    // More than can block unnoticed: these take long, and who comes now shall not wait for a look.
+    if (free == 0 && (starved.load() || blocked.load() > idleThreads)) return keepOneIdle();
     // Most handlers are back within microseconds; waking a thread for each of them would cost more
     // than they do. The watcher is woken once and then looks by itself.
     if (watching.exchange(true)) return;
