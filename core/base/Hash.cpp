@@ -1,7 +1,8 @@
 #include "core/base/Hash.h"
 
 #include <array>
-#include <cstdio>
+#include <charconv>
+#include <cstddef>
 
 #include "core/platform/Sha256.h"
 
@@ -30,9 +31,14 @@ std::int64_t stableHash(std::string_view text) {
 
 std::string makeCacheKey(const TtsRequest& request, const VoiceInfo& voice,
                          std::string_view engineTag, std::int64_t sampleRate, bool speedApplied) {
-    std::array<char, 32> speed{};
-    std::snprintf(speed.data(), speed.size(), "%.3f", static_cast<double>(request.speed));
-    std::string joined(engineTag);
+    // Not by printf: in a language with a decimal comma the window would look for other clips.
+    std::array<char, 64> speed{};
+    const auto speedEnd =
+        std::to_chars(speed.data(), speed.data() + speed.size(), static_cast<double>(request.speed),
+                      std::chars_format::fixed, 3);
+    std::string joined;
+    joined.reserve(256);
+    joined = engineTag;
     const auto append = [&joined](std::string_view part) {
         joined += '|';
         joined += part;
@@ -41,7 +47,7 @@ std::string makeCacheKey(const TtsRequest& request, const VoiceInfo& voice,
     append(voice.profileFile);
     append(voice.style);
     append(std::to_string(voice.seed));
-    append(speed.data());
+    append({speed.data(), static_cast<std::size_t>(speedEnd.ptr - speed.data())});
     append(speedApplied ? "True" : "False");
     append(std::to_string(sampleRate));
     append(std::to_string(request.seed));

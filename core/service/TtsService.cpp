@@ -148,7 +148,7 @@ TtsService::Line TtsService::settleLine(TtsRequest request, VoiceInfo voice) {
     // All speeds of a line share one stored clip, while each has an entity tag of its own.
     const std::string tag = line.engineName + "/" + std::string(ttsSpeedModeCode(line.speedMode));
     line.etag = makeCacheKey(request, voice, tag, line.targetRate, line.nativeSpeed);
-    if (line.nativeSpeed) {
+    if (line.nativeSpeed || request.speed == 1.0F) {
         line.key = line.etag;
     } else {
         TtsRequest atNormalSpeed = request;
