@@ -25,8 +25,10 @@ constexpr auto endingPatience = std::chrono::seconds(1);
 thread_local TaskQueue::State* ownQueue = nullptr;
 thread_local int blockingDepth = 0;
 
+// One core is left to those who ask, and to the worker behind the loop: a thread more than that
+// costs switches and brings nothing.
 int defaultIdleThreads() {
-    return static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()) - 1);
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 // A task runs on the thread that completed its event, without a hand-over, and may block for minutes
 // inside a TaskQueue::Blocking: when no idle thread is left for a millisecond, another one joins the
 // loop, further ones at once while that lasts, and what is too much when they return leaves it
-// again. The loop itself thus has about as many threads as there are cores. Beyond `maxThreads` blocked tasks, or where the system gives no
-// more threads, events wait until a task returns.
+// again. The loop itself thus has no more threads than there are cores. Beyond `maxThreads` blocked
+// tasks, or where the system gives no more threads, events wait until a task returns.
 //
 // Owned by whoever opens sockets on it (core/platform/Tcp.h). Any thread may call it.
 #pragma once
@@ -19,7 +19,7 @@ namespace zepho {
 class TaskQueue {
 public:
     struct Limits {
-        // Threads that may wait in the loop; 0: one for each core.
+        // Threads that may wait in the loop; 0: one for each core but one.
         std::size_t idleThreads = 0;
         std::size_t maxThreads = 1024;
     };
