@@ -35,8 +35,8 @@ public:
     // Hands over the part of the archive that no earlier call did, in place of what `to` held.
     void takeOut(Bytes& to);
 
-    // Writes the directory and gives the archive, less what was taken out, which stays the writer's own. The writer is
-    // not reset.
+    // Writes the directory and gives the archive, less what was taken out. It stays the writer's own,
+    // and the writer is not reset.
     [[nodiscard]] const Bytes& finish();
 
 private:
