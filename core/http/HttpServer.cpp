@@ -48,7 +48,6 @@ struct Readiness {
 
 // A handler is expected not to throw. One that does costs its client an answer, not the service.
 HttpResponse answer(const HttpHandler& handler, const HttpRequest& request) {
-    const TaskQueue::Blocking blocking;
     try {
         return handler(request);
     } catch (const std::exception& error) {
@@ -97,6 +96,8 @@ void HttpServer::Session::receiveLoop() {
 }
 
 void HttpServer::Session::received(const TcpReceived& event) {
+    // The handler may take minutes, and the mere copy of a gigabyte of body takes a second.
+    const TaskQueue::Blocking blocking;
     // Only the handler is held while it runs: the server may go meanwhile.
     std::shared_ptr<const HttpHandler> toCall;
     if (const auto owner = server.lock()) toCall = owner->handler;
@@ -141,6 +142,7 @@ void HttpServer::Session::serve(const HttpHandler& toCall, ByteView unread, bool
 }
 
 void HttpServer::Session::serveRest(bool complete) {
+    const TaskQueue::Blocking blocking;
     std::shared_ptr<const HttpHandler> toCall;
     if (const auto owner = server.lock()) toCall = owner->handler;
     if (!toCall) return connection.cancel();
