@@ -21,6 +21,7 @@
 #include "core/config/AppConfig.h"
 #include "core/diag/AppLog.h"
 #include "core/platform/MainThread.h"
+#include "core/platform/Memory.h"
 #include "core/platform/StopSignals.h"
 #include "core/platform/Thread.h"
 
@@ -104,6 +105,7 @@ int run(QApplication& program) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    limitMemoryPools();
     holdStopSignals();
     QApplication program(argc, argv);
     QApplication::setApplicationName("zephon");

@@ -29,8 +29,9 @@ public:
     };
 
     // What one wait brought.
+    static constexpr std::size_t batchSize = 16;
     struct Batch {
-        std::array<Event, 16> events;
+        std::array<Event, batchSize> events;
         std::size_t count = 0;
     };
 

@@ -74,7 +74,7 @@ void Poller::end() {
 
 Poller::Batch Poller::wait() {
     Batch batch;
-    std::array<epoll_event, std::tuple_size_v<decltype(batch.events)>> told;
+    std::array<epoll_event, batchSize> told;
     while (batch.count == 0) {
         const int count = ::epoll_wait(events.number(), told.data(), told.size(), -1);
         if (count < 0 && errno != EINTR)

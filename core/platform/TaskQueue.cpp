@@ -118,8 +118,12 @@ void TaskQueue::State::addThread() {
         idle.fetch_add(1);
     }
     try {
+        {
+            const std::lock_guard guard(lock);
+            happened.reserve(threads * Poller::batchSize);
+        }
         startThread(name, [self = shared_from_this()] { self->run(); }).detach();
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         // The system has no thread to give. Events wait for the next thread that comes back.
         const std::lock_guard guard(lock);
         idle.fetch_sub(1);
@@ -182,7 +186,7 @@ bool TaskQueue::State::runOne() {
         }
         if (happened.empty()) return true;
         event = happened.front();
-        happened.pop_front();
+        happened.erase(happened.begin());
         ++taken;
         waiting.store(happened.size());
         if (event.id == Poller::ended) return false;

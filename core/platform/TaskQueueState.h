@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "core/platform/Poller.h"
 #include "core/platform/TaskQueue.h"
@@ -88,8 +89,9 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     std::size_t recalls = 0;  // parked threads already asked back
     std::deque<std::function<void()>> tasks;
     // Brought by the poller and not yet looked at. Who has put them here goes on with them, unless
-    // it blocks; then the watcher wakes another thread.
-    std::deque<Poller::Event> happened;
+    // it blocks; then the watcher wakes another thread. There is room for a batch of every thread:
+    // an event that was lost for want of memory would never be told again.
+    std::vector<Poller::Event> happened;
     std::uint64_t taken = 0;  // how many have been taken out
     Poller::Id nextId = Poller::firstFree;
     std::unordered_map<Poller::Id, std::weak_ptr<Watched>> watched;
