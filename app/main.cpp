@@ -107,6 +107,7 @@ int run(QApplication& program) {
 int main(int argc, char** argv) {
     limitMemoryPools();
     holdStopSignals();
+    const MemoryCare care;
     QApplication program(argc, argv);
     QApplication::setApplicationName("zephon");
     QApplication::setApplicationVersion(ZEPHO::version);

@@ -77,6 +77,7 @@ int run() {
 int main() {
     limitMemoryPools();
     holdStopSignals();
+    const MemoryCare care;
     const int code = run();
     // A line that is still inside the engine would hold an ordinary return for minutes.
     std::fflush(nullptr);

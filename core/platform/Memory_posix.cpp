@@ -5,7 +5,10 @@
 #include <malloc.h>
 #endif
 
+#include <chrono>
+
 #include "core/platform/Memory.h"
+#include "core/platform/Thread.h"
 
 namespace zepho {
 
@@ -31,5 +34,27 @@ void limitMemoryPools() {}
 void giveBackMemory() {}
 
 #endif
+
+MemoryCare::MemoryCare() : thread(startThread("memory", [this] { run(); })) {}
+
+MemoryCare::~MemoryCare() {
+    {
+        const std::lock_guard guard(lock);
+        ending = true;
+    }
+    ended.notify_all();
+    thread.join();
+}
+
+void MemoryCare::run() {
+    constexpr auto period = std::chrono::minutes(1);
+    for (;;) {
+        {
+            std::unique_lock guard(lock);
+            if (ended.wait_for(guard, period, [this] { return ending; })) return;
+        }
+        giveBackMemory();
+    }
+}
 
 }  // namespace zepho

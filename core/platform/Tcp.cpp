@@ -1,5 +1,6 @@
 #include "core/platform/Tcp.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -16,10 +17,11 @@ constexpr auto acceptBackoff = std::chrono::milliseconds(100);
 // So many connections are taken at a time before others have their turn.
 constexpr int acceptBatch = 16;
 
-// Where a thread reads to. A connection keeps only what is left of it.
+// Where a thread reads to at first, which does for nearly all requests. A connection keeps only what
+// is left of it.
+constexpr std::size_t threadBufferSize = std::size_t{64} * 1024;
 std::uint8_t* threadBuffer() {
-    thread_local const std::unique_ptr<std::uint8_t[]> buffer(
-        new std::uint8_t[TcpConnection::maxReceive]);
+    thread_local const std::unique_ptr<std::uint8_t[]> buffer(new std::uint8_t[threadBufferSize]);
     return buffer.get();
 }
 
@@ -141,14 +143,24 @@ void TcpConnection::Impl::step() {
 }
 
 void TcpConnection::Impl::readNow() {
-    std::uint8_t* const buffer = threadBuffer();
-    const TcpSocket::Moved got = socket.receive(buffer, maxReceive);
-    // Less than was asked for is all there was, and what comes later is told anew.
-    mayRead = got.count == maxReceive || peerEnded;
+    std::uint8_t* buffer = threadBuffer();
+    TcpSocket::Moved got = socket.receive(buffer, threadBufferSize);
     if (got.wouldBlock) {
         mayRead = false;
         return;
     }
+    std::unique_ptr<std::uint8_t[]> more;
+    if (got.count == threadBufferSize) {
+        more.reset(new std::uint8_t[maxReceive]);
+        std::copy_n(buffer, got.count, more.get());
+        buffer = more.get();
+        const TcpSocket::Moved rest = socket.receive(buffer + got.count, maxReceive - got.count);
+        got.count += rest.count;
+        got.complete = rest.complete;
+        got.error = rest.error;
+    }
+    // Less than was asked for is all there was, and what comes later is told anew.
+    mayRead = got.count == maxReceive || peerEnded;
     std::exchange(onReceived, nullptr)({{buffer, got.count}, got.complete, got.error});
 }
 
