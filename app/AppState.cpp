@@ -46,6 +46,7 @@ AppState::AppState(Surroundings around)
     workers.setMaxThreadCount(workerLimit);
     turns.setMaxThreadCount(1);
     sounds.setMaxThreadCount(1);
+    saves.setMaxThreadCount(1);
     ZEPHOPaths::ensureDirectories();
     config->load();
     setUiLang(config->uiLanguage);
@@ -182,12 +183,15 @@ void AppState::shutdown() {
     timer.stop();
     AppLog::setLineHandler({});
     AppLog::setRequestHandler({});
+    // One that is just being opened would sound to the end.
     sounds.clear();
+    sounds.waitForDone();
     player->stop();
     downloader->cancel();
     http->stop();
     // An engine that starts after this would outlive the program's orderly end.
     turns.clear();
+    saves.waitForDone();
     service->shutdown();
 }
 
@@ -267,12 +271,18 @@ void AppState::setLanguage(UiLang lang) {
 }
 
 void AppState::saveAndApply(QObject* page, std::function<void()> done) {
-    inBackground(
-        page, [config = config] { config->save(); },
-        [this, page, done = std::move(done)](const Outcome<Nothing>&) {
-            inTurn(
-                page, [service = service] { service->applyConfig(); },
-                [done](const Outcome<Nothing>&) { done(); });
+    saveConfig(page, [this, page, done = std::move(done)] {
+        inTurn(
+            page, [service = service] { service->applyConfig(); },
+            [done](const Outcome<Nothing>&) { done(); });
+    });
+}
+
+void AppState::saveConfig(QObject* page, std::function<void()> then) {
+    runOn(
+        saves, page, [config = config] { config->save(); },
+        [then = std::move(then)](const Outcome<Nothing>&) {
+            if (then) then();
         });
 }
 

@@ -90,6 +90,9 @@ public:
     void setLanguage(UiLang lang);
     // Saves the configuration, lets the service take it over, and then runs `done` if `page` lives.
     void saveAndApply(QObject* page, std::function<void()> done);
+    // Writes the configuration on another thread; what is asked for is written before the program
+    // ends. `then` runs if `page` lives.
+    void saveConfig(QObject* page, std::function<void()> then = {});
     void setMessage(const QString& text);
     void setResult(const TtsResult& result);
     // Plays the clip and tells `then` whether it began.
@@ -189,6 +192,7 @@ private:
     // The last members: their end waits for what runs.
     QThreadPool workers;
     QThreadPool turns;
+    QThreadPool saves;
     QThreadPool sounds;  // plays and stops, in the order of the calls
 };
 

@@ -31,9 +31,17 @@ std::optional<float> parseDecimal(const QString& text) {
     return ok && std::isfinite(number) ? std::optional<float>(number) : std::nullopt;
 }
 
-// A field shows two decimals of what may be stored with four: one that nobody touched keeps them.
+constexpr auto shownText = "shownText";
+
+void showStored(QLineEdit* edit, const QString& text) {
+    edit->setText(text);
+    edit->setProperty(shownText, text);
+}
+
+// A field shows two decimals of what may be stored with four: one that nobody changed keeps them. Not
+// isModified(), which knows of keys only, and not of those who write by other means.
 bool isTouched(const QLineEdit* edit) {
-    return edit->isModified();
+    return edit->text() != edit->property(shownText).toString();
 }
 
 }  // namespace
@@ -129,7 +137,7 @@ void AdvancedSettings::addNumber(QFormLayout* form, std::string_view key, const 
                                  Setting<std::int64_t> AppConfig::*field) {
     QLineEdit* const edit = numberEdit(form, key, objectName);
     fields.push_back({[edit, field](const AppConfig& config, const EngineOptions&) {
-                          edit->setText(QString::number((config.*field).get()));
+                          showStored(edit, QString::number((config.*field).get()));
                       },
                       [edit, field](AppConfig& config, EngineOptions&) {
                           if (!isTouched(edit)) return;
@@ -142,7 +150,7 @@ void AdvancedSettings::addNumber(QFormLayout* form, std::string_view key, const 
                                  std::int64_t EngineOptions::*field, std::string_view note) {
     QLineEdit* const edit = numberEdit(form, key, objectName, note);
     fields.push_back({[edit, field](const AppConfig&, const EngineOptions& engine) {
-                          edit->setText(QString::number(engine.*field));
+                          showStored(edit, QString::number(engine.*field));
                       },
                       [edit, field](AppConfig&, EngineOptions& engine) {
                           if (!isTouched(edit)) return;
@@ -155,8 +163,8 @@ void AdvancedSettings::addDecimal(QFormLayout* form, std::string_view key, const
                                   float EngineOptions::*field) {
     QLineEdit* const edit = numberEdit(form, key, objectName);
     fields.push_back({[edit, field](const AppConfig&, const EngineOptions& engine) {
-                          edit->setText(
-                              toQt(formatText("%.2f", static_cast<double>(engine.*field))));
+                          showStored(edit,
+                                     toQt(formatText("%.2f", static_cast<double>(engine.*field))));
                       },
                       [edit, field](AppConfig&, EngineOptions& engine) {
                           if (!isTouched(edit)) return;

@@ -14,7 +14,7 @@ namespace {
 BindingRow rowOf(const Binding& binding, const std::map<std::string, std::string>& names) {
     BindingRow row;
     row.id = binding.first;
-    row.voiceId = binding.second;
+    row.voiceId = trimmed(binding.second);
     // A key of another shape comes from a file; it is shown as an airline.
     const std::size_t first = row.id.find(':');
     row.airline = row.id.substr(0, first);
@@ -24,7 +24,7 @@ BindingRow rowOf(const Binding& binding, const std::map<std::string, std::string
         if (second != std::string::npos)
             row.gender = ttsGenderFromCode(std::string_view(row.id).substr(second + 1));
     }
-    const auto name = names.find(lowercased(trimmedView(row.voiceId)));
+    const auto name = names.find(lowercased(row.voiceId));
     if (name != names.end()) row.voiceName = name->second;
     return row;
 }
@@ -34,7 +34,9 @@ BindingRow rowOf(const Binding& binding, const std::map<std::string, std::string
 std::vector<BindingRow> bindingRows(const std::vector<Binding>& bindings,
                                     const std::vector<VoiceInfo>& voices) {
     std::map<std::string, std::string> names;
-    for (const VoiceInfo& voice : voices) names.emplace(lowercased(voice.id), voice.display);
+    // A voice without a name is there all the same.
+    for (const VoiceInfo& voice : voices)
+        names.emplace(lowercased(voice.id), voice.display.empty() ? voice.id : voice.display);
     std::vector<BindingRow> rows;
     rows.reserve(bindings.size());
     for (const Binding& binding : bindings) rows.push_back(rowOf(binding, names));

@@ -239,8 +239,7 @@ void BroadcastPage::loadSelection() {
 }
 
 void BroadcastPage::saveAndReload() {
-    app.inBackground(
-        this, [config = app.config] { config->save(); }, [](const Outcome<Nothing>&) {});
+    app.saveConfig(this);
     app.reloadBindings();
 }
 
@@ -266,7 +265,7 @@ void BroadcastPage::unbind() {
     if (row == nullptr) return app.alert(qT("先在上面选一条。"));
     const QString sentence = qTF("已解除 %@ · %@ · %@", row->airline, langDisplay(row->language),
                                  ttsGenderDisplay(row->gender));
-    app.config->setAirlineVoice(row->airline, row->language, row->gender, "");
+    app.config->removeAirlineBinding(row->id);
     saveAndReload();
     status->setText(sentence);
 }

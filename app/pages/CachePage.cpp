@@ -372,13 +372,14 @@ void CachePage::storeCap() {
     }
     app.config->cacheBudgetMB = wanted;
     showSummary();
-    change(
-        [config = app.config, service = app.service] {
-            config->save();
-            service->applyConfig();
-            return true;
-        },
-        [](bool) { return QString(); });
+    app.saveConfig(this, [this] {
+        change(
+            [service = app.service] {
+                service->applyConfig();
+                return true;
+            },
+            [](bool) { return QString(); });
+    });
 }
 
 }  // namespace

@@ -97,6 +97,8 @@ ServicePage::ServicePage(AppState& state) : Page(state) {
     connect(&app, &AppState::ticked, this, [this] {
         showStatus();
         showModel();
+        // The last report of a job comes a moment before its end.
+        showDownload();
     });
     connect(&app, &AppState::serverChanged, this, [this] {
         showStatus();
@@ -292,7 +294,9 @@ void ServicePage::showDownload() {
         quick->setText(qTF("一键下载推荐模型(%@)", humanSize(recommended.sizeBytes)));
     const bool failed = !busy && app.download.stage == DownloadStage::failed;
     trouble->setVisible(failed);
-    trouble->setText(failed ? toQt(app.download.describe()) : QString());
+    // What somebody has selected stays so.
+    const QString why = failed ? toQt(app.download.describe()) : QString();
+    if (trouble->text() != why) trouble->setText(why);
 }
 
 void ServicePage::showMessage() {

@@ -163,6 +163,8 @@ void SettingsPage::save() {
     engine.compute = chosenOf(compute, allComputeBackends);
     config.engine = engine;
     config.launchAtLogin = launchAtLogin->isChecked();
+    // Its one switch in the window, which starts the service too.
+    if (launchAtLogin->isChecked()) config.autoStartServer = true;
     config.minimizeToTray = closeToTray->isChecked();
     config.showAdvanced = disclosure->isChecked();
     config.uiLanguage = chosenOf(language, allUiLangs);

@@ -58,6 +58,8 @@ public:
                                            TtsGender gender) const;
     void setAirlineVoice(std::string_view airline, std::string_view language, TtsGender gender,
                          std::string_view voiceId);
+    // Of exactly this key, in whatever form a file has brought it.
+    void removeAirlineBinding(const std::string& key);
     [[nodiscard]] std::string defaultVoice(std::string_view language, TtsGender gender) const;
     void setDefaultVoice(std::string_view language, TtsGender gender, std::string_view voiceId);
     // All pairs, sorted by key.

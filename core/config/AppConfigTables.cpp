@@ -40,6 +40,10 @@ void AppConfig::setAirlineVoice(std::string_view airline, std::string_view langu
     setBinding(airlines, airlineKey(airline, language, gender), voiceId);
 }
 
+void AppConfig::removeAirlineBinding(const std::string& key) {
+    setBinding(airlines, key, {});
+}
+
 std::string AppConfig::defaultVoice(std::string_view language, TtsGender gender) const {
     return binding(defaults, defaultKey(language, gender));
 }

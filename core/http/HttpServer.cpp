@@ -17,6 +17,7 @@ namespace zepho {
 namespace {
 
 constexpr auto readyPatience = std::chrono::seconds(5);
+constexpr std::size_t largeRequest = std::size_t{4} * 1024 * 1024;
 
 bool meansAllInterfaces(const std::string& bindAddress) {
     return bindAddress.empty() || bindAddress == "0.0.0.0";
@@ -46,8 +47,17 @@ struct Readiness {
     }
 };
 
+// Copying a body of a gigabyte takes as long as many a handler: others go on meanwhile.
+template <class Work>
+auto workOn(std::size_t bytes, const Work& work) {
+    std::optional<TaskQueue::Blocking> blocking;
+    if (bytes > largeRequest) blocking.emplace();
+    return work();
+}
+
 // A handler is expected not to throw. One that does costs its client an answer, not the service.
 HttpResponse answer(const HttpHandler& handler, const HttpRequest& request) {
+    const TaskQueue::Blocking blocking;
     try {
         return handler(request);
     } catch (const std::exception& error) {
@@ -96,8 +106,6 @@ void HttpServer::Session::receiveLoop() {
 }
 
 void HttpServer::Session::received(const TcpReceived& event) {
-    // The handler may take minutes, and the mere copy of a gigabyte of body takes a second.
-    const TaskQueue::Blocking blocking;
     // Only the handler is held while it runs: the server may go meanwhile.
     std::shared_ptr<const HttpHandler> toCall;
     if (const auto owner = server.lock()) toCall = owner->handler;
@@ -107,13 +115,14 @@ void HttpServer::Session::received(const TcpReceived& event) {
     if (progress.outlook == ParseProgress::Outlook::never)
         return event.complete ? connection.cancel() : receiveLoop();
     if (buffer.empty()) return serve(*toCall, event.bytes, event.complete);
-    if (!append(event.bytes)) return connection.cancel();
+    if (!workOn(buffer.size(), [&] { return append(event.bytes); })) return connection.cancel();
     serve(*toCall, buffer, event.complete);
 }
 
 void HttpServer::Session::serve(const HttpHandler& toCall, ByteView unread, bool complete) {
     std::size_t used = 0;
-    while (auto parsed = parseRequest(unread.subspan(used), peer, progress)) {
+    const auto parseNext = [&] { return parseRequest(unread.subspan(used), peer, progress); };
+    while (auto parsed = workOn(unread.size(), parseNext)) {
         used += parsed->consumed;
         progress = {};
         const std::size_t bodySize = parsed->request.body.size();
@@ -142,7 +151,6 @@ void HttpServer::Session::serve(const HttpHandler& toCall, ByteView unread, bool
 }
 
 void HttpServer::Session::serveRest(bool complete) {
-    const TaskQueue::Blocking blocking;
     std::shared_ptr<const HttpHandler> toCall;
     if (const auto owner = server.lock()) toCall = owner->handler;
     if (!toCall) return connection.cancel();

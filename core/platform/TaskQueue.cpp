@@ -44,11 +44,16 @@ TaskQueue::State::~State() {
         if (const auto left = weak.lock()) left->abandon();
 }
 
+// More than can block without having been noticed by the watcher: these take long.
+bool TaskQueue::State::manyBlock() const {
+    return blocked.load() > idleThreads + 2;
+}
+
 void TaskQueue::State::leftBehind() {
     const int free = idle.load();
     if (free > 0 && starved.load()) return poller.post();
-    // More than can block unnoticed: these take long, and who comes now shall not wait for a look.
-    if (free == 0 && (starved.load() || blocked.load() > idleThreads)) return keepOneIdle();
+    // Who comes now shall not wait for a look.
+    if (free == 0 && (starved.load() || manyBlock())) return keepOneIdle();
     // Most handlers are back within microseconds; waking a thread for each of them would cost more
     // than they do. The watcher is woken once and then looks by itself.
     if (watching.exchange(true)) return;
@@ -68,7 +73,7 @@ void TaskQueue::State::watch() {
             seenTaken = taken;
             calm = starved.load() || stuck ? 0 : calm + 1;
             // Whoever waits in the poller has not seen what lies here.
-            if (stuck) poller.post();
+            if (stuck && !starved.load()) poller.post();
             guard.unlock();
             if (starved.load()) keepOneIdle();
             guard.lock();
@@ -79,6 +84,7 @@ void TaskQueue::State::watch() {
     }
     // Nobody looks any more: from now on every thread that leaves something behind sees to it.
     starved.store(true);
+    if (!happened.empty()) poller.post();
     guard.unlock();
     keepOneIdle();
     guard.lock();
@@ -90,7 +96,7 @@ void TaskQueue::State::startWatching() {
     watcherLives = true;
     try {
         startThread(name, [self = shared_from_this()] { self->watch(); }).detach();
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         watcherLives = false;
         starved.store(true);
     }
@@ -154,11 +160,13 @@ void TaskQueue::State::run() {
 }
 
 bool TaskQueue::State::staysInLoop() {
-    if (idle.load() <= idleThreads) return true;
+    // While many block, short tasks would send one away and call one back each.
+    const int wanted = idleThreads + (manyBlock() ? 1 : 0);
+    if (idle.load() <= wanted) return true;
     std::unique_lock guard(lock);
     // Counted out before the decision: a thread that begins to block meanwhile must not take this
     // one for an idle one that stays.
-    if (idle.fetch_sub(1) <= idleThreads) {
+    if (idle.fetch_sub(1) <= wanted) {
         idle.fetch_add(1);
         return true;
     }

@@ -41,6 +41,7 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
 
     // A thread has begun to block and left events behind it, or nobody in the loop.
     void leftBehind();
+    [[nodiscard]] bool manyBlock() const;
     // Adds a thread if none waits in the loop any more.
     void keepOneIdle();
     // The life of the thread that notices when the loop stays without an idle thread, or events

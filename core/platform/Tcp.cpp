@@ -14,6 +14,8 @@ namespace zepho {
 namespace {
 
 constexpr auto acceptBackoff = std::chrono::milliseconds(100);
+// What one connection may send before others have their turn.
+constexpr std::size_t sendTurn = std::size_t{4} * 1024 * 1024;
 // So many connections are taken at a time before others have their turn.
 constexpr int acceptBatch = 16;
 
@@ -165,7 +167,13 @@ void TcpConnection::Impl::readNow() {
 }
 
 void TcpConnection::Impl::sendSome() {
-    while (!outgoing.empty()) {
+    for (std::size_t sent = 0; !outgoing.empty();) {
+        if (sent > sendTurn) {
+            // A reader that keeps up must not keep the thread from all others.
+            maySend = false;
+            queue.poller.tellAgain(socket.descriptor(), *id);
+            return;
+        }
         const Message& first = outgoing.front();
         const TcpSocket::Moved gone = socket.send(first.head, first.body, sentOfFirst);
         if (gone.error) return close();
@@ -173,6 +181,7 @@ void TcpConnection::Impl::sendSome() {
             maySend = false;
             return;
         }
+        sent += gone.count;
         sentOfFirst += gone.count;
         if (sentOfFirst < first.head.size() + first.body.size()) continue;
         outgoing.erase(outgoing.begin());

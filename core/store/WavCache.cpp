@@ -75,9 +75,12 @@ void WavCache::store(std::vector<CacheRecordPointer> records, FileNames& names) 
     items.reserve(records.size());
     for (CacheRecordPointer& record : records) {
         FileNames::Name* const name = names.find(record->fileName);
-        if (name == nullptr) continue;
-        if (record->fileName.ends_with(suffix) &&
-            record->key == record->fileName.substr(0, record->fileName.size() - suffix.size()))
+        if (name == nullptr) {
+            // Where there is an index, only a listing that failed is empty; then each file is asked.
+            if (!names.all().empty() || !fileExists(pathOf(*record))) continue;
+        } else if (record->fileName.ends_with(suffix) &&
+                   record->key ==
+                       record->fileName.substr(0, record->fileName.size() - suffix.size()))
             name->known = true;
         storeClaimedLocked(std::move(record));
     }

@@ -3,6 +3,7 @@
 #include <QMenu>
 
 #include "core/base/Text.h"
+#include "core/platform/Files.h"
 #include "tests/app/VoicePagesFixture.h"
 
 namespace zepho::test {
@@ -98,6 +99,18 @@ TEST_F(BroadcastPageTest, ABindingWhoseVoiceIsGone) {
     table(page).select("CA::default");
     click(page, "Preview");
     EXPECT_TRUE(eventually([&] { return state->playing; }));
+}
+
+TEST_F(BroadcastPageTest, AKeyThatOnlyAFileBringsCanBeDeleted) {
+    saveFileBytes(ZEPHOPaths::configFile(),
+                  asBytes(R"({"airlineVoices":{"ANA":" )" + addVoice("Aki") + R"( "}})"));
+    state->config->load();
+    state->reloadBindings();
+    Page& page = openPage(MainTab::broadcast);
+    EXPECT_EQ(shown(page), "ANA Auto Default Aki\n");
+    table(page).select("ANA");
+    click(page, "Delete");
+    EXPECT_EQ(shown(page), "");
 }
 
 TEST_F(BroadcastPageTest, CopiesToTheNextFreeSlotUntilNoneIsLeft) {

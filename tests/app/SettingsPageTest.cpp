@@ -124,6 +124,8 @@ TEST_F(SettingsPageTest, TakesWhatParsesAndKeepsTheRest) {
     type("maxText", " 120 ");
     type("gpuLayers", "5000");
     type("threads", "4x");
+    // As those write who do not press keys.
+    find<QLineEdit>("timeoutMs")->setText("90000");
     type("temperature", "0.715");
     type("repetitionPenalty", "nan");
     type("extraArgs", "--one  two ");
@@ -142,6 +144,7 @@ TEST_F(SettingsPageTest, TakesWhatParsesAndKeepsTheRest) {
     const EngineOptions engine = config.engine;
     EXPECT_EQ(config.queueLimit, 64);
     EXPECT_EQ(config.maxTextLength, 120);
+    EXPECT_EQ(config.requestTimeoutMs, 90000);
     EXPECT_EQ(engine.gpuLayers, 999);
     EXPECT_EQ(engine.threads, 0);
     EXPECT_FLOAT_EQ(engine.temperature, 0.715F);
