@@ -48,10 +48,12 @@ private:
 }  // namespace
 
 std::optional<std::vector<CacheRecordPointer>> loadCacheIndex(const std::string& path) {
-    OwnIndexReader own;
-    if (!readFilePieces(path, [&](ByteView piece) { return own.take(asText(piece)); }))
-        return std::nullopt;
-    if (own.isComplete()) return own.records();
+    {
+        OwnIndexReader own;
+        if (!readFilePieces(path, [&](ByteView piece) { return own.take(asText(piece)); }))
+            return std::nullopt;
+        if (own.isComplete()) return own.records();
+    }
     const std::optional<Bytes> bytes = loadFileBytes(path);
     if (!bytes) return std::nullopt;
     auto records = readAnyIndexText(asText(*bytes));
