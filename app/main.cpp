@@ -8,6 +8,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QLoggingCategory>
+#include <QPixmapCache>
 #include <QTimer>
 #include <cstdio>
 #include <cstdlib>
@@ -31,6 +32,7 @@ using namespace zepho;
 
 // How long a hidden start waits for a tray before it shows the window: desktops bring theirs up late.
 constexpr int trayPatienceMs = 15000;
+constexpr int pictureCacheKB = 2048;
 
 // What Qt has to say becomes lines of the log like all others.
 void logQtMessage(QtMsgType type, const QMessageLogContext& context, const QString& text) {
@@ -109,6 +111,8 @@ int main(int argc, char** argv) {
     holdStopSignals();
     const MemoryCare care;
     QApplication program(argc, argv);
+    // The style keeps a picture of every control in every size that the window has ever had.
+    QPixmapCache::setCacheLimit(pictureCacheKB);
     QApplication::setApplicationName("zephon");
     QApplication::setApplicationVersion(ZEPHO::version);
     QApplication::setDesktopFileName("zephon");
