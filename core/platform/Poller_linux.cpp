@@ -33,6 +33,12 @@ void addOne(int counter) {
     [[maybe_unused]] const ssize_t written = ::write(counter, &one, sizeof one);
 }
 
+// False where nothing is left to take.
+bool takeOne(int counter) {
+    std::uint64_t one = 0;
+    return ::read(counter, &one, sizeof one) > 0;
+}
+
 }  // namespace
 
 void Descriptor::close() {
@@ -82,9 +88,14 @@ Poller::Batch Poller::wait() {
         for (int i = 0; i < count; ++i) {
             const epoll_event& event = told[static_cast<std::size_t>(i)];
             const Id id = event.data.u64;
-            std::uint64_t taken = 0;
-            // Another thread may have taken this one.
-            if (id == posted && ::read(postings.number(), &taken, sizeof taken) < 0) continue;
+            if (id == posted) {
+                // As many as there is room for beside the others: tasks that come in bursts must not
+                // fall behind. Another thread may have taken them.
+                const std::size_t room = batchSize - static_cast<std::size_t>(count - i - 1);
+                while (batch.count < room && takeOne(postings.number()))
+                    batch.events[batch.count++].id = posted;
+                continue;
+            }
             batch.events[batch.count++] = {
                 id, (event.events & EPOLLIN) != 0, (event.events & EPOLLOUT) != 0,
                 (event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0};
