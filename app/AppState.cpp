@@ -17,6 +17,8 @@ namespace {
 constexpr std::size_t keptRecords = 2000;
 constexpr std::ptrdiff_t droppedAtOnce = 500;
 constexpr int tickMs = 1000;
+// A sound server or a disk that hangs must not keep the program from ending.
+constexpr int endPatienceMs = 2000;
 // Requests to the hub and to the engine wait most of their time.
 constexpr int workerLimit = 16;
 
@@ -185,13 +187,13 @@ void AppState::shutdown() {
     AppLog::setRequestHandler({});
     // One that is just being opened would sound to the end.
     sounds.clear();
-    sounds.waitForDone();
+    sounds.waitForDone(endPatienceMs);
     player->stop();
     downloader->cancel();
     http->stop();
     // An engine that starts after this would outlive the program's orderly end.
     turns.clear();
-    saves.waitForDone();
+    saves.waitForDone(endPatienceMs);
     service->shutdown();
 }
 

@@ -91,7 +91,7 @@ public:
     // Saves the configuration, lets the service take it over, and then runs `done` if `page` lives.
     void saveAndApply(QObject* page, std::function<void()> done);
     // Writes the configuration on another thread; what is asked for is written before the program
-    // ends. `then` runs if `page` lives.
+    // ends, unless the disk hangs. `then` runs if `page` lives.
     void saveConfig(QObject* page, std::function<void()> then = {});
     void setMessage(const QString& text);
     void setResult(const TtsResult& result);

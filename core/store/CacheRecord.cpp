@@ -1,7 +1,6 @@
 #include "core/store/CacheRecord.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace zepho {
