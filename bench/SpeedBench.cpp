@@ -1,9 +1,9 @@
 // How long a speed change of a 12 s clip (44.1 kHz, mono) takes, from 16-bit WAV bytes to 16-bit WAV
 // bytes, beside what other libraries need for the same samples.
 //
-// Expected on one core with AVX-512: 4 to 7 ms, of which reading and writing take 0.2 ms. That is
-// about three times as fast as SoundTouch with its default settings and as sonic, ten times as fast
-// as SoundTouch with frames like ours (40 ms sequence, 16 ms search), and more than thirty times as
+// Expected on one core with AVX-512: 2 to 4 ms, of which reading and writing take 0.2 ms. That is
+// about five times as fast as SoundTouch with its default settings and as sonic, fifteen times as
+// fast as SoundTouch with frames like ours (40 ms sequence, 16 ms search), and sixty times or more as
 // fast as Rubber Band offline. Look at the CPU column: the other one tells what else the machine did.
 
 #include <cmath>

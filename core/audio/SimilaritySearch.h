@@ -28,9 +28,11 @@ public:
 private:
     const std::size_t length;
     // Room for work, kept from one call to the next.
-    std::vector<float> sums;      // sums of squares over a power of two of samples
+    std::vector<float> sums;      // sums of squares over a power of two of values
+    std::vector<float> blocks;    // sums of neighbouring samples
+    std::vector<float> means;     // of the target's blocks
     std::vector<float> energies;  // one value for each candidate, as the following
-    std::vector<float> restEnergies;
+    std::vector<float> unseen;
     std::vector<float> dots;
     std::vector<float> scores;
 };
