@@ -25,19 +25,24 @@ constexpr auto endingPatience = std::chrono::seconds(1);
 thread_local TaskQueue::State* ownQueue = nullptr;
 thread_local int blockingDepth = 0;
 
-// One core is left to those who ask, and to the worker behind the loop: a thread more than that
-// costs switches and brings nothing.
-int defaultIdleThreads() {
-    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()) - 1);
+// Events a millisecond. Where there are fewer, each of them is worth a thread of its own; where there
+// are more, threads that share them get in each other's way.
+constexpr std::uint64_t fewEvents = 30;
+constexpr std::uint64_t manyEvents = 60;
+
+int cores() {
+    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
 }
 
 }  // namespace
 
 TaskQueue::State::State(std::string threadName, Limits wanted)
     : name(std::move(threadName)),
-      idleThreads(wanted.idleThreads > 0 ? static_cast<int>(wanted.idleThreads)
-                                         : defaultIdleThreads()),
-      maxThreads(std::max<std::size_t>(wanted.maxThreads, 1)) {}
+      fewestInLoop(wanted.idleThreads > 0 ? static_cast<int>(wanted.idleThreads)
+                                          : std::max(1, cores() - 1)),
+      mostInLoop(wanted.idleThreads > 0 ? fewestInLoop : cores()),
+      maxThreads(std::max<std::size_t>(wanted.maxThreads, 1)),
+      inLoop(fewestInLoop) {}
 
 TaskQueue::State::~State() {
     for (const auto& [id, weak] : std::exchange(watched, {}))
@@ -46,14 +51,14 @@ TaskQueue::State::~State() {
 
 // More than can block without having been noticed by the watcher: these take long.
 bool TaskQueue::State::manyBlock() const {
-    return blocked.load() > idleThreads + 2;
+    return blocked.load() > inLoop.load() + 2;
 }
 
 void TaskQueue::State::leftBehind() {
     const int free = idle.load();
     if (free > 0 && starved.load()) return poller.post();
     // Who comes now shall not wait for a look.
-    if (free == 0 && (starved.load() || manyBlock())) return keepOneIdle();
+    if (free == 0 && (starved.load() || manyBlock())) return keepIdle(1);
     // Most handlers are back within microseconds; waking a thread for each of them would cost more
     // than they do. The watcher is woken once and then looks by itself.
     if (watching.exchange(true)) return;
@@ -69,13 +74,16 @@ void TaskQueue::State::watch() {
         wakeWatcher.wait(guard, [&] { return watching.load() || ends(); });
         for (int calm = 0; calm < watchedCalm && !wakeWatcher.wait_for(guard, watchPeriod, ends);) {
             starved.store(idle.load() == 0);
-            const bool stuck = !happened.empty() && taken == seenTaken;
-            seenTaken = taken;
+            const std::uint64_t lately = taken - std::exchange(seenTaken, taken);
+            const bool stuck = !happened.empty() && lately == 0;
+            if (lately > manyEvents) inLoop.store(fewestInLoop);
+            if (lately > 0 && lately < fewEvents) inLoop.store(mostInLoop);
             calm = starved.load() || stuck ? 0 : calm + 1;
             // Whoever waits in the poller has not seen what lies here.
             if (stuck && !starved.load()) poller.post();
             guard.unlock();
-            if (starved.load()) keepOneIdle();
+            if (starved.load()) keepIdle(1);
+            keepIdle(inLoop.load() - blocked.load());
             guard.lock();
         }
         watching.store(false);
@@ -86,7 +94,7 @@ void TaskQueue::State::watch() {
     starved.store(true);
     if (!happened.empty()) poller.post();
     guard.unlock();
-    keepOneIdle();
+    keepIdle(1);
     guard.lock();
     watcherLives = false;
     changed.notify_all();
@@ -102,10 +110,10 @@ void TaskQueue::State::startWatching() {
     }
 }
 
-void TaskQueue::State::keepOneIdle() {
+void TaskQueue::State::keepIdle(int count) {
     {
         const std::lock_guard guard(lock);
-        if (idle.load() > 0) return;
+        if (idle.load() >= count) return;
         if (parked > recalls) {
             ++recalls;
             idle.fetch_add(1);
@@ -161,7 +169,7 @@ void TaskQueue::State::run() {
 
 bool TaskQueue::State::staysInLoop() {
     // While many block, short tasks would send one away and call one back each.
-    const int wanted = idleThreads + (manyBlock() ? 1 : 0);
+    const int wanted = inLoop.load() + (manyBlock() ? 1 : 0);
     if (idle.load() <= wanted) return true;
     std::unique_lock guard(lock);
     // Counted out before the decision: a thread that begins to block meanwhile must not take this
@@ -242,7 +250,7 @@ TaskQueue::TaskQueue(const std::string& name) : TaskQueue(name, Limits{}) {}
 
 TaskQueue::TaskQueue(const std::string& name, Limits limits)
     : state(std::make_shared<State>(name, limits)) {
-    for (int i = 0; i < state->idleThreads; ++i) state->addThread();
+    for (int i = 0; i < state->fewestInLoop; ++i) state->addThread();
     const std::lock_guard guard(state->lock);
     state->startWatching();
 }

@@ -3,7 +3,8 @@
 // A task runs on the thread that completed its event, without a hand-over, and may block for minutes
 // inside a TaskQueue::Blocking: when no idle thread is left for a millisecond, another one joins the
 // loop, further ones at once while that lasts, and what is too much when they return leaves it
-// again. The loop itself thus has no more threads than there are cores. Beyond `maxThreads` blocked
+// again. The loop itself has one thread fewer than there are cores, which leaves one to those who
+// ask, and one more where each event takes long, as large answers do. Beyond `maxThreads` blocked
 // tasks, or where the system gives no more threads, events wait until a task returns.
 //
 // Owned by whoever opens sockets on it (core/platform/Tcp.h). Any thread may call it.
@@ -19,7 +20,7 @@ namespace zepho {
 class TaskQueue {
 public:
     struct Limits {
-        // Threads that may wait in the loop; 0: one for each core but one.
+        // Threads that may wait in the loop; 0: as many as the events are best shared by.
         std::size_t idleThreads = 0;
         std::size_t maxThreads = 1024;
     };

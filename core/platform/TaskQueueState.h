@@ -42,8 +42,8 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     // A thread has begun to block and left events behind it, or nobody in the loop.
     void leftBehind();
     [[nodiscard]] bool manyBlock() const;
-    // Adds a thread if none waits in the loop any more.
-    void keepOneIdle();
+    // Adds a thread if fewer than `count` are in the loop.
+    void keepIdle(int count);
     // The life of the thread that notices when the loop stays without an idle thread, or events
     // without anybody who takes them.
     void watch();
@@ -66,13 +66,15 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
 
     // Constant after construction.
     const std::string name;
-    const int idleThreads;
+    const int fewestInLoop;
+    const int mostInLoop;
     const std::size_t maxThreads;
 
     // Guarding themselves.
     Poller poller;
     std::atomic<int> idle{0};     // threads in the loop that no task blocks, or about to enter it
     std::atomic<int> blocked{0};  // threads inside a Blocking
+    std::atomic<int> inLoop;      // how many threads the events are best shared by
     std::atomic<bool> ending{false};
     std::atomic<bool> watching{false};    // the watcher looks every now and then
     std::atomic<bool> starved{false};     // it has found nobody idle: help comes at once
