@@ -10,13 +10,13 @@
 
 namespace zepho {
 
-// Few pools for all threads. At the start of a program, before the first thread.
+// One pool for all threads. At the start of a program, before the first thread.
 void limitMemoryPools();
 
 // Gives what is free back to the system: after work on something large, as it takes a while.
 void giveBackMemory();
 
-// Does that every minute as long as it lives: what blocks of all sizes leave free between them adds up
+// Does that every five seconds as long as it lives: what blocks of all sizes leave free between them adds up
 // over hours. Owned by main(), which makes it once signals are held.
 class MemoryCare {
 public:
