@@ -60,12 +60,14 @@ bool WavPlayer::play(ByteView wav, std::int64_t durationMs) {
     if (overtaken) overtaken->close();
     if (opened->start()) return true;
 
-    // Refused, or cut off by another thread already.
+    bool refused = false;  // and not cut off by another thread
     {
         const std::lock_guard guard(lock);
-        if (player == opened) player.reset();
+        refused = player == opened;
+        if (refused) player.reset();
     }
     opened->close();
+    if (refused) AppLog::warn("player", "cannot play this clip: the sound device does not start");
     return false;
 }
 

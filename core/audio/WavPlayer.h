@@ -26,8 +26,8 @@ public:
     WavPlayer& operator=(const WavPlayer&) = delete;
 
     // Cuts off the clip that plays and starts this one, a complete WAV file. `durationMs` is its
-    // length where the caller knows it, else 0. Tells whether playing began; a reason why not is in
-    // the log. Without a sound card nothing plays.
+    // length where the caller knows it, else 0. Tells whether playing began; why a clip does not is
+    // in the log. Without a sound card nothing plays, and nothing at all leaves the old one alone.
     bool play(ByteView wav, std::int64_t durationMs);
     void stop();
 
