@@ -19,7 +19,7 @@ from live_service import Service
 from store_checks import (json_faults, processes_of, temporary_files, tone_wav, zombies_of)
 
 GONE = (OSError, http.client.HTTPException)
-CALLS = ("write", "fsync", "rename", "openat")
+CALLS = ("write", "fsync", "rename", "openat", "getdents64")
 ERRORS = ("ENOSPC", "EIO", "EROFS", "EMFILE")
 
 

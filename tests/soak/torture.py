@@ -58,8 +58,8 @@ ROWS = {
     "kills": ("SIGKILL at random in a load of lines, clones, bindings and pre-bakes",
               "nothing that was acknowledged is lost, no file is torn, no temporary file stays; a "
               "control proves that damage would be seen", kills, [3000], [30]),
-    "calls": ("each of the first 50 write, fsync, rename and open calls of the stores fails once, with "
-              "ENOSPC, EIO, EROFS and EMFILE",
+    "calls": ("each of the first 50 write, fsync, rename, open and directory calls of the stores "
+              "fails once, with ENOSPC, EIO, EROFS and EMFILE",
               "what was there stays, the failure is told, and the stores work again without a restart",
               faults.store_calls, [50], [3]),
     "disk": ("a data root of 2 MB that fills up", "as above", faults.small_disk, [2], [2]),
