@@ -13,6 +13,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
+using Ending = std::pair<TtsErrorCode, std::string>;  // no error, or its code and message
+
 HttpReply answered(int status, Bytes body = {}) {
     HttpReply response;
     response.status = status;
@@ -23,7 +25,7 @@ HttpReply answered(int status, Bytes body = {}) {
 HttpReply broken(HttpFailure failure) {
     HttpReply response;
     response.failure = failure;
-    response.error = "it broke";
+    response.error = "it \xFF broke";
     return response;
 }
 
@@ -41,16 +43,13 @@ public:
             clock += time;
         };
         world.childRuns = [this] { return lives; };
-        world.childEnds = [this](milliseconds within) {
-            waited = within;
-            return !lives || diesWithin <= within;
-        };
+        world.childEnds = [this](milliseconds within) { return !lives || diesWithin <= within; };
         world.childGone = [this] { ++gone; };
         AppLog::clear();
     }
 
-    // What the line ends with: no error, or the code and the message.
-    std::pair<TtsErrorCode, std::string> run() {
+    Ending run(HttpReply last) {
+        answers.push_back(std::move(last));
         S2Params params;
         params.text = "hello";
         body.clear();
@@ -64,9 +63,7 @@ public:
 
     S2ExchangePlan plan;
     S2ExchangeWorld world;
-    // The answers in order; the last one stays. Each takes `eachTakes`.
-    std::deque<HttpReply> answers;
-    milliseconds eachTakes{0};
+    std::deque<HttpReply> answers;  // in order; the last one stays
     bool lives = true;
     milliseconds diesWithin{1'000'000};
 
@@ -75,7 +72,6 @@ public:
     std::string body;
     int sleeps = 0;
     int gone = 0;
-    milliseconds waited{-1};
 
 private:
     HttpReply answer(const HttpCall& request) {
@@ -88,7 +84,6 @@ private:
         EXPECT_EQ(request.headers.at(0),
                   "Content-Type: multipart/form-data; boundary=" + sent.substr(2, 41));
         timeouts.push_back(request.timeout);
-        clock += eachTakes;
         HttpReply response = answers.front();
         if (answers.size() > 1) answers.pop_front();
         return response;
@@ -106,11 +101,9 @@ constexpr const char* goneSentence =
 
 TEST(S2Exchange, waitsWhileTheProcessIsBusyAndTakesTheWavAsItComes) {
     Script script;
-    PcmBuffer pcm;
-    pcm.sampleRate = 24000;
-    pcm.data = {0.5F, -0.5F, 0.25F};
-    script.answers = {answered(503), answered(503), answered(200, buildWav(pcm, 1))};
-    EXPECT_EQ(script.run().first, TtsErrorCode::none);
+    script.answers = {answered(503), answered(503)};
+    EXPECT_EQ(script.run(answered(200, buildWav({{0.5F, -0.5F, 0.25F}, 24000}, 1))).first,
+              TtsErrorCode::none);
     EXPECT_EQ(script.result.sampleRate, 24000);
     EXPECT_EQ(script.result.data.size(), 3U);
     EXPECT_EQ(script.sleeps, 2);
@@ -120,76 +113,60 @@ TEST(S2Exchange, waitsWhileTheProcessIsBusyAndTakesTheWavAsItComes) {
                                          milliseconds(898'000)}));
 }
 
-TEST(S2Exchange, givesUpOnABusyProcessAtTheFirstLookAfterTheDeadline) {
+TEST(S2Exchange, limitsEachAttemptAndGivesUpOnABusyProcess) {
+    const Ending busy{TtsErrorCode::timeout, busySentence};
     Script script;
     script.plan.timeoutMs = 1000;
-    script.answers = {answered(503)};
-    EXPECT_EQ(script.run(), std::pair(TtsErrorCode::timeout, std::string(busySentence)));
-    EXPECT_EQ(script.timeouts, (std::vector<milliseconds>(2, milliseconds(5000))));
-
+    EXPECT_EQ(script.run(answered(503)), busy);
+    EXPECT_EQ(script.timeouts, (std::vector<milliseconds>(2, milliseconds(5000))))
+        << "at the first look after the deadline";
     Script ended;
     ended.lives = false;
-    ended.answers = {answered(503)};
-    EXPECT_EQ(ended.run(), std::pair(TtsErrorCode::timeout, std::string(busySentence)));
+    EXPECT_EQ(ended.run(answered(503)), busy);
     EXPECT_EQ(ended.sleeps, 0);
-}
-
-TEST(S2Exchange, limitsEachAttemptToTheSessionsTimeout) {
-    Script script;
-    script.plan.attemptLimitMs = 60'000;
-    script.answers = {answered(200)};
-    script.run();
-    script.plan.attemptLimitMs = 10;
-    script.run();
-    EXPECT_EQ(script.timeouts,
+    Script limited;
+    limited.plan.attemptLimitMs = 60'000;
+    (void)limited.run(answered(200));
+    limited.plan.attemptLimitMs = 10;
+    (void)limited.run(answered(200));
+    EXPECT_EQ(limited.timeouts,
               (std::vector<milliseconds>{milliseconds(60'000), milliseconds(5000)}));
 }
 
 TEST(S2Exchange, tellsADeadProcessFromABrokenConnection) {
-    const std::string alive = "跟推理进程通信失败:it broke(日志 /l/s2.log)";
-    struct Row {
+    const Ending alive{TtsErrorCode::engineFailed,
+                       "跟推理进程通信失败:it \uFFFD broke(日志 /l/s2.log)"};
+    const Ending dead{TtsErrorCode::engineNotConnected, goneSentence};
+    const struct {
         HttpFailure failure;
         bool lives;
         int diesWithinMs;
-        TtsErrorCode code;
+        const Ending& ending;
+    } rows[] = {
+        {HttpFailure::transport, true, 1'000'000, alive}, {HttpFailure::transport, true, 300, dead},
+        {HttpFailure::transport, false, 0, dead},         {HttpFailure::timedOut, true, 300, alive},
+        {HttpFailure::timedOut, false, 0, dead},
     };
-    for (const Row& row : {
-             Row{HttpFailure::transport, true, 1'000'000, TtsErrorCode::engineFailed},
-             Row{HttpFailure::transport, true, 300, TtsErrorCode::engineNotConnected},
-             Row{HttpFailure::transport, false, 0, TtsErrorCode::engineNotConnected},
-             Row{HttpFailure::timedOut, true, 300, TtsErrorCode::engineFailed},
-             Row{HttpFailure::timedOut, false, 0, TtsErrorCode::engineNotConnected},
-         }) {
+    for (const auto& row : rows) {
         Script script;
         script.lives = row.lives;
         script.diesWithin = milliseconds(row.diesWithinMs);
-        script.answers = {broken(row.failure)};
-        const bool dead = row.code == TtsErrorCode::engineNotConnected;
-        EXPECT_EQ(script.run(), std::pair(row.code, dead ? std::string(goneSentence) : alive));
-        EXPECT_EQ(script.gone, dead ? 1 : 0);
+        EXPECT_EQ(script.run(broken(row.failure)), row.ending);
+        EXPECT_EQ(script.gone, row.ending == dead ? 1 : 0);
         EXPECT_EQ(script.timeouts.size(), 1U) << "a failed line is not sent again";
     }
 }
 
-TEST(S2Exchange, quotesWordsThatAreNoText) {
-    Script script;
-    script.answers = {broken(HttpFailure::transport)};
-    script.answers.front().error = "it \xFF broke";
-    EXPECT_EQ(script.run().second, "跟推理进程通信失败:it \uFFFD broke(日志 /l/s2.log)");
-}
-
 TEST(S2Exchange, quotesAnUnexpectedAnswer) {
-    Script script;
-    script.answers = {answered(500, toBytes("model error \xFF!"))};
-    EXPECT_EQ(script.run(), std::pair(TtsErrorCode::engineFailed,
-                                      std::string("推理进程返回 500:model error \uFFFD!")));
-    script.answers = {answered(0)};
-    EXPECT_EQ(script.run(), std::pair(TtsErrorCode::engineFailed, std::string("推理进程返回 0:")));
-    script.answers = {answered(200, toBytes("no sound"))};
-    EXPECT_EQ(script.run(),
-              std::pair(TtsErrorCode::engineFailed,
-                        std::string("the 8 bytes returned by the inference process are not a "
-                                    "recognisable WAV")));
+    const auto sentenceFor = [](int status, const char* body) {
+        const Ending ending = Script().run(answered(status, toBytes(body)));
+        EXPECT_EQ(ending.first, TtsErrorCode::engineFailed);
+        return ending.second;
+    };
+    EXPECT_EQ(sentenceFor(500, "model error \xFF!"), "推理进程返回 500:model error \uFFFD!");
+    EXPECT_EQ(sentenceFor(0, ""), "推理进程返回 0:");
+    EXPECT_EQ(sentenceFor(200, "no sound"),
+              "the 8 bytes returned by the inference process are not a recognisable WAV");
 }
 
 }  // namespace

@@ -35,7 +35,6 @@ TEST_F(Download, fetchesTheTokenizerAndThenTheModel) {
         response.set_content(first ? tokenizer : model, "application/octet-stream");
     });
     put("m.gguf", "");
-    EXPECT_EQ(downloader->snapshot().stage, Stage::idle);
     downloader->start(variantOf(2'900'000), host.address() + "/", true);
     // While a job runs, another one is not even begun.
     downloader->start(variantOf(1, "other.gguf"), host.address(), true);
@@ -48,12 +47,10 @@ TEST_F(Download, fetchesTheTokenizerAndThenTheModel) {
     EXPECT_EQ(reports.front().fileName, "tokenizer.json");
     EXPECT_EQ(reports.front().total, tokenizerVariant().sizeBytes);
     EXPECT_EQ(reports.back().fileName, "m.gguf");
-    EXPECT_EQ(reports.back().received, 3'000'000);
     EXPECT_EQ(reports.back().total, 3'000'000);
     EXPECT_EQ(contentOf("m.gguf"), model);
     EXPECT_EQ(contentOf("tokenizer.json"), tokenizer);
     EXPECT_FALSE(fileExists(inModels("m.gguf.part")));
-    EXPECT_TRUE(wasLogged("m.gguf ready (2.9 MB)"));
     const std::vector<SeenRequest> seen = host.seen();
     ASSERT_EQ(seen.size(), 2U);
     EXPECT_EQ(seen[1].path, "/tessmarin/s2-pro-gguf/resolve/main/m.gguf?download=true");
@@ -64,9 +61,7 @@ TEST_F(Download, fetchesTheTokenizerAndThenTheModel) {
     downloader->start(variantOf(2'900'000), host.address(), true);
     awaitEnd(Stage::done);
     EXPECT_EQ(stagesOf(reports), std::vector{Stage::done});
-    EXPECT_EQ(reports.back().total, 3'000'000);
-    EXPECT_EQ(host.seen().size(), 2U);
-    EXPECT_TRUE(wasLogged("m.gguf already present, skipping"));
+    EXPECT_EQ(host.seen().size(), 2U) << "it is there already";
 }
 
 TEST_F(Download, goesOnWhereAnEarlierAttemptStoppedThroughRedirects) {
@@ -82,34 +77,18 @@ TEST_F(Download, goesOnWhereAnEarlierAttemptStoppedThroughRedirects) {
     ASSERT_EQ(content.seen().size(), 1U);
     EXPECT_EQ(content.seen()[0].range, "bytes=1000-");
     EXPECT_EQ(reports[0].received, 1000);
-    EXPECT_EQ(reports[0].total, 9999);
     EXPECT_EQ(reports[1].total, 1500);
-    EXPECT_EQ(reports[1].received, 1500);
 }
 
-TEST_F(Download, beginsAnewWhereTheServerIgnoresTheRange) {
-    const std::string body = bodyOf(5000);
-    RawHost host([&](RawPeer& peer) {
-        EXPECT_NE(peer.request().find("Range: bytes=1000-"), std::string::npos);
-        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n" + body);
-    });
-    put("m.gguf.part", std::string(1000, 'x'));
-    downloader->start(variantOf(5000), host.address(), false);
-    awaitEnd(Stage::done);
-    EXPECT_EQ(contentOf("m.gguf"), body);
-    EXPECT_EQ(reports.back().received, 5000);
-}
-
-TEST_F(Download, keepsWhatHasComeWhenItIsCancelled) {
+TEST_F(Download, keepsWhatHasComeWhenItIsCancelledAndBeginsAnewWhereTheRangeIsIgnored) {
     const std::string body = bodyOf(4000);
+    std::atomic<bool> first{true};
     RawHost host([&](RawPeer& peer) {
-        if (peer.request().find("Range") != std::string::npos) {
-            peer.send("HTTP/1.1 206 Partial Content\r\nContent-Length: 1000\r\n\r\n" +
-                      body.substr(3000));
-            return;
-        }
-        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\n" + body.substr(0, 3000));
-        peer.waitUntilGone();
+        const bool cut = first.exchange(false);
+        EXPECT_EQ(peer.request().find("Range: bytes=3000-") == std::string::npos, cut);
+        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\n" +
+                  body.substr(0, cut ? 3000 : 4000));
+        if (cut) peer.waitUntilGone();
     });
     downloader->start(variantOf(4000), host.address(), false);
     ASSERT_TRUE(main.runUntil([&] { return downloader->snapshot().received == 3000; }));
@@ -125,6 +104,7 @@ TEST_F(Download, keepsWhatHasComeWhenItIsCancelled) {
     downloader->start(variantOf(4000), host.address(), false);
     awaitEnd(Stage::done);
     EXPECT_EQ(contentOf("m.gguf"), body);
+    EXPECT_EQ(reports.back().received, 4000);
 }
 
 TEST_F(Download, startsNoModelWhenTheTokenizerIsCancelled) {
