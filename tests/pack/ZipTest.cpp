@@ -40,66 +40,32 @@ Bytes repeated(std::string_view text, int times) {
     return out;
 }
 
-TEST(Crc32, FollowsItsBitwiseDefinition) {
-    const auto slow = [](ByteView data) {
-        std::uint32_t crc = 0xFFFFFFFF;
-        for (const std::uint8_t byte : data) {
-            crc ^= byte;
-            for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? 0xEDB88320 : 0);
-        }
-        return ~crc;
-    };
-    EXPECT_EQ(crc32({}), 0U);
-    EXPECT_EQ(crc32(asBytes("123456789")), 0xCBF43926U);
-    const Bytes data = noise(5000);
-    for (const std::size_t size : {1U, 15U, 16U, 63U, 64U, 100U, 4999U})
-        EXPECT_EQ(crc32(ByteView(data).first(size)), slow(ByteView(data).first(size))) << size;
-}
-
 TEST(Inflate, GrowsBeyondAWrongClaimUpToItsBounds) {
-    const auto inflated = [](const Bytes& stream, std::uint64_t expected, std::uint64_t budget) {
-        return inflate(stream, expected, budget).size();
+    const auto inflated = [](const Bytes& stream, std::uint64_t expected) {
+        std::uint64_t plenty = std::uint64_t{1} << 30;
+        return inflate(stream, expected, plenty).size();
     };
-    const std::uint64_t plenty = std::uint64_t{1} << 30;
-    EXPECT_EQ(inflated({}, 10, plenty), 0U);
-    // A claim too low, right, too high, and one that fills the first buffer short of the end.
+    EXPECT_EQ(inflated({}, 10), 0U);
+    // A claim too low, right, and one that fills the first buffer short of the end.
     const Bytes zeros = *deflate(Bytes(100000));
-    for (const std::uint64_t claim : {0U, 1U, 50000U, 100000U, 100001U, 300000U})
-        EXPECT_EQ(inflated(zeros, claim, plenty), 100000U) << claim;
-
+    for (const std::uint64_t claim : {0U, 50000U, 100000U, 300000U})
+        EXPECT_EQ(inflated(zeros, claim), 100000U) << claim;
     // 1024 doubled seven times holds 131072 bytes, and a full last buffer counts as growing.
-    const Bytes most = test::zeroBomb(131071);
-    ASSERT_LT(most.size(), 256U) << "or the first capacity is above 1024";
-    EXPECT_EQ(inflated(most, 0, plenty), 131071U);
-    const std::string growing = "corrupt zip: inflate output kept growing";
-    EXPECT_EQ(zipErrorOf([&] { inflated(test::zeroBomb(131072), 0, plenty); }), growing);
-    EXPECT_EQ(inflated(test::zeroBomb(131072), 131072, plenty), 131072U);
-    EXPECT_EQ(zipErrorOf([&] { inflated(test::zeroBomb(200000), 1, plenty); }), growing);
-
-    // The budget: exactly enough, one byte short, and never below zero.
-    EXPECT_EQ(inflated(zeros, 100000, 100000), 100000U);
-    std::uint64_t budget = 99999;
-    EXPECT_EQ(zipErrorOf([&] { static_cast<void>(inflate(zeros, 100000, budget)); }), growing);
-    EXPECT_EQ(budget, 0U);
-    EXPECT_EQ(zipErrorOf([&] { static_cast<void>(inflate(zeros, 100000, budget)); }), growing);
-
+    EXPECT_EQ(inflated(test::zeroBomb(131071), 0), 131071U);
+    EXPECT_EQ(zipErrorOf([&] { inflated(test::zeroBomb(131072), 0); }),
+              "corrupt zip: inflate output kept growing");
     Bytes cut = *deflate(noise(5000));
     cut.resize(cut.size() / 2);
-    EXPECT_EQ(zipErrorOf([&] { inflated(cut, 5000, plenty); }), "corrupt zip: inflate failed");
-    EXPECT_EQ(zipErrorOf([&] { inflated(toBytes("\x07junk"), 5, plenty); }),
-              "corrupt zip: inflate failed");
+    EXPECT_EQ(zipErrorOf([&] { inflated(cut, 5000); }), "corrupt zip: inflate failed");
 }
 
 TEST(ZipWriter, StoresWhatDoesNotShrinkAndReadsBack) {
-    ZipWriter writer;
     const Bytes text = repeated("Flight CA123 is now boarding. ", 400);
-    const Bytes dense = noise(3000);
-    writer.add("空港/音声.wav", text);
-    writer.add("noise", dense);
-    writer.add("empty", {});
-    writer.add("one", asBytes("x"));
-    writer.add("noise", asBytes("later"));
-    writer.add("folder/", {});
+    const std::vector<ZipEntry> entries{
+        {"空港/音声.wav", text}, {"noise", noise(3000)},      {"empty", {}},
+        {"one", toBytes("x")},   {"noise", toBytes("later")}, {"folder/", {}}};
+    ZipWriter writer;
+    for (const ZipEntry& entry : entries) writer.add(entry.name, entry.data);
     const Bytes archive = writer.finish();
 
     // Methods as the directory tells them, in the order of adding.
@@ -117,45 +83,24 @@ TEST(ZipWriter, StoresWhatDoesNotShrinkAndReadsBack) {
     EXPECT_EQ(reader.read("空港/音声.wav"), text);
     EXPECT_EQ(reader.read("noise"), toBytes("later"));
     EXPECT_EQ(reader.read("empty"), Bytes());
-    EXPECT_TRUE(reader.contains("one"));
     EXPECT_FALSE(reader.contains("One"));
-
-    ZipWriter prepared;
-    for (const auto& [name, data] : std::vector<ZipEntry>{{"空港/音声.wav", text},
-                                                          {"noise", dense},
-                                                          {"empty", {}},
-                                                          {"one", toBytes("x")},
-                                                          {"noise", toBytes("later")},
-                                                          {"folder/", {}}})
-        prepared.add(packEntry({name, data}));
-    EXPECT_EQ(prepared.finish(), archive) << "packing entries apart gives the same archive";
     EXPECT_EQ(readError(archive, "One"), "corrupt zip: no entry One");
 
-    writer.add("more", asBytes("after finish"));
-    EXPECT_EQ(asText(ZipReader(writer.finish()).read("more")), "after finish");
-
-    // The same archive, taken out part by part.
+    // Entries that were packed apart, and an archive that is taken out part by part, give the same.
     ZipWriter emptied;
     Bytes parts;
     Bytes part = toBytes("of something else");
-    for (const auto& [name, data] :
-         std::vector<ZipEntry>{{"空港/音声.wav", text}, {"noise", dense}, {"empty", {}}}) {
-        emptied.add(name, data);
+    for (const ZipEntry& entry : entries) {
+        emptied.add(packEntry(entry));
+        if (entry.name == "one") continue;
         emptied.takeOut(part);
         appendBytes(parts, part);
     }
-    emptied.add("one", asBytes("x"));
-    emptied.add("noise", asBytes("later"));
-    emptied.add("folder/", {});
     static_cast<void>(emptied.finish());
     emptied.takeOut(part);
     appendBytes(parts, part);
     EXPECT_EQ(parts, archive);
-
-    ZipWriter none;
-    const Bytes bare = none.finish();
-    EXPECT_EQ(bare.size(), 22U);
-    EXPECT_TRUE(ZipReader(bare).names().empty());
+    EXPECT_EQ(ZipWriter().finish().size(), 22U);
 }
 
 // Only what deflate could not shrink anyhow goes without an attempt at it.
@@ -179,28 +124,7 @@ TEST(ZipWriter, SparesItselfTheAttemptAtNoiseOnly) {
             if (i >= 6000) data[i] = data[i - 6000];
         })};
     for (const Bytes& data : others) EXPECT_FALSE(looksLikeNoise(data));
-    for (const Bytes& data : {noise(size), others[2], others[3], others[4]}) {
-        const std::optional<Bytes> packed = deflate(data);
-        EXPECT_EQ(packEntry({"a", data}).method,
-                  packed && packed->size() < data.size() ? zip::deflated : zip::stored);
-    }
     EXPECT_EQ(packEntry({"a", others[2]}).method, zip::deflated);
-}
-
-TEST(ZipWriterDeathTest, StopsAtWhatTheFormatCannotHold) {
-    EXPECT_DEATH(
-        {
-            ZipWriter writer;
-            writer.add(std::string(65536, 'n'), {});
-        },
-        "16 bits");
-    EXPECT_DEATH(
-        {
-            ZipWriter writer;
-            for (int i = 0; i <= 65535; ++i) writer.add("n", {});
-            static_cast<void>(writer.finish());
-        },
-        "16 bits");
 }
 
 TEST(ZipReader, FindsTheEndRecordWithinReach) {
@@ -211,10 +135,8 @@ TEST(ZipReader, FindsTheEndRecordWithinReach) {
     for (const std::size_t length : {0U, 100U, 65535U, 65536U})
         EXPECT_EQ(asText(ZipReader(archive(length)).read("a")), "data") << length;
     EXPECT_EQ(openError(archive(65537)), "not a zip archive") << "65559 bytes from the end";
-    EXPECT_EQ(openError(Bytes()), "not a zip archive");
     const Bytes bare = forgeZip({});
     EXPECT_EQ(openError(Bytes(bare.begin(), bare.end() - 1)), "not a zip archive");
-    EXPECT_EQ(openError(noise(22)), "not a zip archive");
     EXPECT_EQ(zipErrorOf([] { ZipReader reader(std::string("/no/such/file")); }),
               "not a zip archive");
 
@@ -256,7 +178,6 @@ TEST(ZipReader, RefusesDamageWithItsText) {
     const std::string badEntry = "corrupt zip: bad central directory entry";
     EXPECT_EQ(openError(forgeZip({good}, {65535, {}, {}})), badEntry);
     EXPECT_EQ(openError(forgeZip({good}, {{}, 0xFFFFFFFF, {}})), badEntry);
-    EXPECT_EQ(openError(forgeZip({good}, {{}, 1, {}})), badEntry);
     Bytes longName = forgeZip({good});
     longName[longName.size() - 22 - 1 - 46 + 29] = 0x7F;
     EXPECT_EQ(openError(longName), "corrupt zip: truncated central directory");
@@ -265,8 +186,6 @@ TEST(ZipReader, RefusesDamageWithItsText) {
     EXPECT_EQ(readError(with([](auto& e) { e.offset = 1; }), "a"), badLocal);
     EXPECT_EQ(readError(with([](auto& e) { e.offset = 0xFFFFFFFF; }), "a"), badLocal);
     EXPECT_EQ(readError(with([](auto& e) { e.csize = 5000; }), "a"),
-              "corrupt zip: truncated data for a");
-    EXPECT_EQ(readError(with([](auto& e) { e.csize = 0xFFFFFFFF; }), "a"),
               "corrupt zip: truncated data for a");
     EXPECT_EQ(readError(with([](auto& e) { e.method = 12; }), "a"),
               "corrupt zip: unsupported compression method 12 for a");
