@@ -38,16 +38,9 @@ protected:
 TEST_F(ApiServiceTest, APrebakeOrderCountsItsLines) {
     ASSERT_EQ(get("/v1/tts?text=known").status, 200);
     engine->closeGate();
-    const Answer order = post("/v1/prewarm", {{"items",
-                                               {{{"text", "known"}},
-                                                {{"text", " known "}, {"speed", 1.7}},
-                                                {{"text", "new"}},
-                                                {{"text", " \t"}},
-                                                {{"speed", 2}},
-                                                "no object",
-                                                nullptr,
-                                                Json::array({{{"text", "x"}}}),
-                                                {{"text", "other"}, {"priority", "high"}}}}});
+    const Answer order = ask("POST", "/v1/prewarm", R"({"items": [
+        {"text": "known"}, {"text": " known ", "speed": 1.7}, {"text": "new"}, {"text": " \t"},
+        {"speed": 2}, "no object", null, [{"text": "x"}], {"text": "other", "priority": "high"}]})");
     EXPECT_EQ(counters(order), counts(2, 2, 2));
     EXPECT_TRUE(wasLogged("pre-bake request from 127.0.0.1: queued 2, 2 already cached"));
     engine->waitForCalls(2);
@@ -71,17 +64,11 @@ TEST_F(ApiServiceTest, APrebakeOrderCountsItsLines) {
 
 TEST_F(ApiServiceTest, SharedSettingsStandAtTheTop) {
     const VoiceInfo other = bindAirline();
-    const Answer order = post(
-        "/v1/prewarm",
-        {{"airline", "cca"},
-         {"language", "zh"},
-         {"gender", "male"},
-         {"speed", 1.5},
-         {"style", "never shared"},
-         {"items",
-          {{{"text", "shared"}},
-           {{"text", "own"}, {"airline", ""}, {"language", ""}, {"gender", "female"}, {"speed", 1}},
-           {{"text", "null"}, {"airline", nullptr}}}}});
+    const Answer order = ask("POST", "/v1/prewarm", R"({
+        "airline": "cca", "language": "zh", "gender": "male", "speed": 1.5, "style": "never shared",
+        "items": [{"text": "shared"},
+                  {"text": "own", "airline": "", "language": "", "gender": "female", "speed": 1},
+                  {"text": "null", "airline": null}]})");
     EXPECT_EQ(counters(order), counts(3, 0, 0));
     ASSERT_TRUE(eventually([this] { return service->stats().cacheCount == 3; }));
     const auto spoken = [this](const std::string& query) {
@@ -104,39 +91,24 @@ TEST_F(ApiServiceTest, HealthAndStatisticsTellOfTheService) {
     EXPECT_TRUE(std::string(health["engine_detail"])
                     .ends_with("; it is producing placeholder audio right now"));
     health.erase("engine_detail");
-    EXPECT_EQ(health, (Json{{"status", "degraded"},
-                            {"version", ZEPHO::version},
-                            {"engine", "scripted"},
-                            {"engine_ready", true},
-                            {"placeholder", true},
-                            {"engine_exe", health["engine_exe"]},
-                            {"compute", "auto"},
-                            {"voices", 1},
-                            {"output_sample_rate", 16000}}));
+    health.erase("engine_exe");
+    EXPECT_EQ(health.dump(),
+              R"({"compute":"auto","engine":"scripted","engine_ready":true,)"
+              R"("output_sample_rate":16000,"placeholder":true,"status":"degraded","version":")" +
+                  std::string(ZEPHO::version) + R"(","voices":1})");
     config->outputSampleRate = 0;
 
-    Json stats = get("/v1/stats").json;
-    EXPECT_EQ(stats, (Json{{"total", 0},
-                           {"failed", 0},
-                           {"cache_hits", 0},
-                           {"cache_hit_rate", 0.0},
-                           {"cache_bytes", 0},
-                           {"cache_count", 0},
-                           {"queue_depth", 0},
-                           {"prewarm_pending", 0},
-                           {"busy", false},
-                           {"p50_ms", 0},
-                           {"p95_ms", 0},
-                           {"rtf", 0.0},
-                           {"engine", "scripted"},
-                           {"placeholder", true}}));
-    EXPECT_TRUE(stats["cache_hit_rate"].is_number_float() && stats["rtf"].is_number_float());
+    EXPECT_EQ(
+        get("/v1/stats").body,
+        R"({"busy":false,"cache_bytes":0,"cache_count":0,"cache_hit_rate":0.0,"cache_hits":0,)"
+        R"("engine":"scripted","failed":0,"p50_ms":0,"p95_ms":0,"placeholder":true,)"
+        R"("prewarm_pending":0,"queue_depth":0,"rtf":0.0,"total":0})");
     (void)get("/v1/tts?text=one");
     (void)get("/v1/tts?text=one");
     engine->failing = true;
     (void)get("/v1/tts?text=two");
     (void)get("/v1/tts?text=");
-    stats = get("/v1/stats").json;
+    const Json stats = get("/v1/stats").json;
     EXPECT_EQ(stats["total"], 3) << "only what reaches the engine or the cache";
     EXPECT_EQ(stats["failed"], 1);
     EXPECT_EQ(stats["cache_hits"], 1);

@@ -82,19 +82,18 @@ TEST_F(ApiTest, ALineIsTheBareFileAndItsHeaders) {
     EXPECT_EQ(wav->durationMs(), 1200);
     const auto etag = first.headers.at("ETag");
     EXPECT_TRUE(etag.size() > 10 && etag.front() == '"' && etag.back() == '"') << etag;
-    const std::map<std::string, std::string> expected{
+    std::map<std::string, std::string> expected{
         {"Content-Type", "audio/wav"},   {"ETag", etag},
         {"X-ZEPHO-Result", "ok"},        {"X-ZEPHO-Engine", "scripted"},
         {"X-ZEPHO-Voice", voice.id},     {"X-ZEPHO-Sample-Rate", "44100"},
         {"X-ZEPHO-Duration-Ms", "1200"}, {"X-ZEPHO-Synth-Ms", first.headers.at("X-ZEPHO-Synth-Ms")},
         {"X-ZEPHO-Cache", "miss"}};
     EXPECT_EQ(first.headers, expected);
-    auto hitHeaders = expected;
-    hitHeaders["X-ZEPHO-Engine"] = "";
-    hitHeaders["X-ZEPHO-Synth-Ms"] = "0";
-    hitHeaders["X-ZEPHO-Cache"] = "hit";
+    expected["X-ZEPHO-Engine"] = "";
+    expected["X-ZEPHO-Synth-Ms"] = "0";
+    expected["X-ZEPHO-Cache"] = "hit";
     const Answer again = get("/v1/tts?text=Gate+four");
-    EXPECT_EQ(again.headers, hitHeaders);
+    EXPECT_EQ(again.headers, expected);
     EXPECT_TRUE(again.body == first.body);
     const RequestLog record = lastRecord();
     EXPECT_EQ(record.status, 200);
@@ -207,7 +206,6 @@ TEST_F(ApiTest, EveryErrorHasItsStatusAndIsRecorded) {
     EXPECT_EQ(error({{"text", "旅客们你们好"}}),
               "413 text_too_long: text is 6 characters, over the 5 limit");
     EXPECT_TRUE(error({{"text", "x"}, {"voice", "nobody"}}).starts_with("404 bad_voice: "));
-    EXPECT_TRUE(error({{"text", "x"}, {"airline", "CCA"}}).starts_with("404 bad_voice: "));
     engine->failing = true;
     EXPECT_EQ(error({{"text", "fails"}}), "500 engine_failed: told to fail");
     engine->failing = false;
@@ -237,22 +235,16 @@ TEST_F(ApiTest, ListensWhereTheSettingsSay) {
     bindVoice();
     startListening();
     const std::string address = "http://127.0.0.1:" + std::to_string(config->port.get());
-    EXPECT_TRUE(http->isRunning());
     EXPECT_EQ(http->allEndpoints(), std::vector<std::string>{address});
     const int port = static_cast<int>(config->port.get());
     {
         test::HttpClient client(port);
-        const auto spoken = client.request("GET", "/v1/tts?text=hello");
-        ASSERT_TRUE(spoken);
-        EXPECT_EQ(spoken->headers.at("x-zepho-result"), "ok");
-        const auto same = client.request("GET", "/v1/tts?text=hello", "",
-                                         "If-None-Match: " + spoken->headers.at("etag") + "\r\n");
-        ASSERT_TRUE(same);
-        EXPECT_EQ(same->status, 304);
-        EXPECT_EQ(same->headers.at("content-length"), "0");
-        const auto next = client.request("GET", "/v1/none");
-        ASSERT_TRUE(next) << "the stream is in step after a 304";
-        EXPECT_EQ(next->status, 404);
+        const std::string etag = client.request("GET", "/v1/tts?text=hello")->headers.at("etag");
+        const auto same =
+            client.request("GET", "/v1/tts?text=hello", "", "If-None-Match: " + etag + "\r\n");
+        EXPECT_EQ(same.value().status, 304);
+        EXPECT_EQ(client.request("GET", "/v1/none").value().status, 404)
+            << "the stream is in step after a 304";
     }
     http->start();
     EXPECT_TRUE(http->isRunning()) << "a start takes the place of the server before";

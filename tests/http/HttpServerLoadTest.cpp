@@ -130,15 +130,19 @@ TEST(HttpServerLoadTest, IdleAndHalfConnectionsCostNoThread) {
 TEST(HttpServerLoadTest, PeersThatVanishOrDoNotReadDisturbNobody) {
     std::atomic<int> vanishing{0};
     std::atomic<int> lazy{0};
+    const std::optional<SharedBytes> sealed = sealedCopy(largeBody());
+    ASSERT_TRUE(sealed);
     const auto server = startServer([&](const HttpRequest& request) {
         if (request.path == "/vanish") ++vanishing;
         if (request.path == "/lazy") ++lazy;
-        return HttpResponse{200, {}, largeBody()};
+        return HttpResponse{200, {}, request.query == "sealed" ? *sealed : largeBody()};
     });
+    // To a peer that is gone: an error of the connection, and no signal.
     for (int i = 0; i < 20; ++i) {
         const int before = vanishing;
         HttpClient client(server->port(), "127.0.0.1", 4096);
-        ASSERT_TRUE(client.send("GET /vanish HTTP/1.1\r\n\r\n"));
+        ASSERT_TRUE(client.send(i % 2 == 0 ? "GET /vanish HTTP/1.1\r\n\r\n"
+                                           : "GET /vanish?sealed HTTP/1.1\r\n\r\n"));
         ASSERT_TRUE(eventually([&] { return vanishing > before; }));
         client.reset();
     }
@@ -149,17 +153,12 @@ TEST(HttpServerLoadTest, PeersThatVanishOrDoNotReadDisturbNobody) {
     ASSERT_TRUE(reader.send(many));
     ASSERT_TRUE(eventually([&] { return lazy > 0; }));
     for (int i = 0; i < 3; ++i) {
-        const auto whole = HttpClient(server->port()).request("GET", "/");
-        ASSERT_TRUE(whole);
-        EXPECT_EQ(whole->body.size(), largeBody().size());
+        EXPECT_TRUE(HttpClient(server->port()).request("GET", "/"));
         EXPECT_EQ(lazy, 1);
     }
     // Once it reads, it gets them all.
-    for (int i = 0; i < 10; ++i) {
-        const auto late = reader.read();
-        ASSERT_TRUE(late) << i;
-        ASSERT_EQ(late->body.size(), largeBody().size());
-    }
+    for (int i = 0; i < 10; ++i)
+        ASSERT_EQ(reader.read().value().body.size(), largeBody().size()) << i;
 }
 
 TEST(HttpServerLoadTest, BodiesOfFilesArriveWholeAtSlowReadersToo) {
@@ -184,13 +183,6 @@ TEST(HttpServerLoadTest, BodiesOfFilesArriveWholeAtSlowReadersToo) {
         for (int i = 0; i < 2; ++i) EXPECT_EQ(reader.read().value().body, asText(pattern)) << path;
         EXPECT_TRUE(reader.endsWithin(std::chrono::seconds(30)));
     }
-    // A peer that is gone is an error of the connection, and no signal.
-    for (int i = 0; i < 20; ++i) {
-        HttpClient vanishing(server->port(), "127.0.0.1", 4096);
-        ASSERT_TRUE(vanishing.send("GET / HTTP/1.1\r\n\r\n"));
-        vanishing.reset();
-    }
-    EXPECT_TRUE(HttpClient(server->port()).request("GET", "/"));
 }
 
 TEST(HttpServerLoadTest, FilesOfMemoryTakeAFewDescriptorsOnly) {
@@ -315,11 +307,8 @@ TEST(HttpServerLoadTest, TheServerMayGoWhileItsHandlersBlock) {
     EXPECT_TRUE(idle.endsWithin(std::chrono::seconds(30)));
     // What was asked for is still answered, and the connections end with it.
     gate->open();
-    for (HttpClient& client : slow) {
-        const auto response = client.read();
-        ASSERT_TRUE(response);
-        EXPECT_EQ(response->body.size(), largeBody().size());
-    }
+    for (HttpClient& client : slow)
+        EXPECT_EQ(client.read().value().body.size(), largeBody().size());
     slow.clear();
     EXPECT_TRUE(eventually([] { return serverThreads() == 0; })) << serverThreads();
 }
