@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -93,30 +92,6 @@ TEST(PlaceholderEngine, EveryVectorUnitGivesTheSameSound) {
     }
     hwy::SetSupportedTargetsForTest(0);
     hwy::GetChosenTarget().DeInit();
-}
-
-TEST(PlaceholderEngine, ManyThreadsHearTheSame) {
-    PlaceholderEngine engine{EngineOptions()};
-    S2Params params;
-    params.text = lines[1] + lines[0];
-    const PcmBuffer expected = engine.synthesize(params, VoiceHint());
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 6; ++i)
-        threads.emplace_back([&] {
-            EngineOptions options = engine.options();
-            ++options.threads;
-            engine.configure(options);
-            EXPECT_EQ(engine.synthesize(params, VoiceHint()).data, expected.data);
-        });
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_GT(engine.options().threads, 0);
-
-    const EngineHealth health = engine.checkHealth();
-    EXPECT_TRUE(health.ready);
-    EXPECT_EQ(health.backend, "placeholder waveform");
-    EXPECT_EQ(
-        health.detail,
-        "no model under bin yet; this is audible fake audio, only to prove the pipeline works");
 }
 
 }  // namespace

@@ -300,16 +300,36 @@ TEST_F(S2Engine, aFailedLineIsNotTheEndOfALivingChild) {
     tuning.exitGrace = milliseconds(50);
     EngineOptions options;
     options.timeoutMs = 20'000;
-    const auto engine = readyEngine(options);
-    behave("hang-up=1");
-    EXPECT_EQ(refusal(*engine).first, TtsErrorCode::engineFailed);
-    EXPECT_TRUE(engine->ready()) << "the child lives";
-    behave("delay-ms=60000");
+    auto engine = readyEngine(options);
+    behave("busy=3");
+    EXPECT_EQ(speak(*engine).sampleRate, 22050);
+    EXPECT_EQ(countLogLines("engine busy with an earlier request"), 1);
+    const struct {
+        std::string behaviour;
+        std::string begin;
+    } rows[] = {
+        {"status=500\nbody=model error \xFF!", "推理进程返回 500:model error \uFFFD!"},
+        {"body=text", "the 4 bytes returned by the inference process are not a recognisable WAV"},
+        {"hang-up=1", "跟推理进程通信失败:"},
+    };
+    for (const auto& row : rows) {
+        behave(row.behaviour);
+        const auto [code, message] = refusal(*engine);
+        EXPECT_EQ(code, TtsErrorCode::engineFailed);
+        EXPECT_EQ(message.find(row.begin), 0U) << message;
+        EXPECT_TRUE(engine->ready()) << "the child lives";
+    }
+    // The line's own time is over, or the one of an attempt, which is that of the start.
+    behave("busy=1000");
     options.timeoutMs = 0;
     engine->configure(options);
-    const auto [code, message] = refusal(*engine);
-    EXPECT_EQ(code, TtsErrorCode::engineFailed);
-    EXPECT_EQ(message.find("跟推理进程通信失败:"), 0U) << message;
+    EXPECT_EQ(refusal(*engine).first, TtsErrorCode::timeout);
+    behave("");
+    engine = readyEngine(options);
+    options.timeoutMs = 60'000;
+    engine->configure(options);
+    behave("delay-ms=60000");
+    EXPECT_EQ(refusal(*engine).first, TtsErrorCode::engineFailed);
     EXPECT_TRUE(engine->ready());
 }
 

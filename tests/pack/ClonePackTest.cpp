@@ -250,20 +250,14 @@ TEST_F(ClonePackTest, RefusesWhatIsNoPack) {
     };
     std::string many = R"({"format":"zepho-clone-pack","voices":[{})";
     for (std::size_t i = 0; i < maxPackItems; ++i) many += ",{}";
-    ForgedEntry twin{"twin", {}, 0, 4};
-    twin.csize = 4;
-    twin.offset = 0;
     const struct {
         Bytes file;
         std::string message;
     } cases[] = {
         {{}, notAZip},
-        {toBytes("RIFF????WAVEfmt and more than 22 bytes"), notAZip},
         {Bytes(good.begin(), good.end() - 30), notAZip},
         {forgeZip({{"cln.json", toBytes("{}"), 0, 600U << 20}}),
          cannotOpen("corrupt zip: the entries claim more than 512 MB")},
-        {forgeZip({{"cln.json", toBytes("{}  "), 0, 4}, twin}),
-         cannotOpen("corrupt zip: overlapping entries")},
         {forgeZip({{"CLN.json", toBytes("{}"), 0, 2}}),
          "the pack has no cln.json - this is not an Zephon clone pack."},
         {forgeZip({{"cln.json", toBytes("{}"), 12, 2}}), broken},

@@ -360,23 +360,16 @@ protected:
 };
 
 TEST_F(RudeHub, doesNotWaitLongerThanItsTime) {
-    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n{";
-    test::Gate atLast;
-    RawHost silent([](RawPeer& peer) { peer.waitUntilGone(); });
-    RawHost stuck([&](RawPeer& peer) {
-        peer.readBody();
-        peer.send(head);
-        peer.waitUntilGone();
-    });
     RawHost dripping([&](RawPeer& peer) {
         peer.readBody();
-        peer.send(head);
+        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n{");
         while (peer.send("x")) std::this_thread::sleep_for(milliseconds(10));
     });
+    test::Gate atLast;
     RawHost deaf([&](RawPeer&) { atLast.wait(); });
     const test::OpenAtEnd whateverHappens{atLast};
     for (const Operation& operation : operations()) {
-        for (const RawHost* server : {&silent, &stuck, &dripping, &deaf}) {
+        for (const RawHost* server : {&dripping, &deaf}) {
             SCOPED_TRACE(operation.name);
             // Only this operation's own time is short: with another's the test would run out of its.
             HubService hurried = at(server->address());
@@ -393,34 +386,15 @@ TEST_F(RudeHub, doesNotWaitLongerThanItsTime) {
 TEST_F(RudeHub, takesNothingFromABrokenAnswer) {
     const std::string body = R"({"ok":true,"items":[],"id":"a","deleteKey":"k"})";
     const std::string ok = "HTTP/1.1 200 OK\r\n";
-    const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
-    struct Row {
-        std::string bytes;
-        bool resets = false;
-        bool readsBody = true;
-    };
-    const Row rows[] = {
-        {""},
-        {"", true},
-        {"", true, false},
-        {body},  // not HTTP
-        {ok + "Content-Le"},
-        {ok + "Content-Length: 0\r\n"},
-        {"HTTP/1.1 100 Continue\r\n\r\n" + ok},
-        {ok + "Content-Length: 1000\r\n\r\n" + body},
-        {ok + "Content-Length: 1000\r\n\r\n" + body, true},
-        {chunked + "400\r\n" + body},
-        {chunked + "1\r\n{\r\n"},
-        {chunked + "zz\r\n" + body},
-    };
-    for (const Row& row : rows) {
+    for (const std::string& answer :
+         {std::string(), body, ok + "Content-Le", ok + "Content-Length: 1000\r\n\r\n" + body,
+          ok + "Transfer-Encoding: chunked\r\n\r\n1\r\n{\r\n"}) {
         RawHost server([&](RawPeer& peer) {
-            if (row.readsBody) peer.readBody();
-            peer.send(row.bytes);
-            if (row.resets) peer.resetOnClose();
+            if (!answer.empty()) peer.readBody();
+            peer.send(answer);
         });
         for (const Operation& operation : operations()) {
-            SCOPED_TRACE(row.bytes + ", " + operation.name);
+            SCOPED_TRACE(answer + ", " + operation.name);
             AppLog::clear();
             const std::string error = operation.run(at(server.address()));
             EXPECT_NE(error, "");

@@ -1,3 +1,5 @@
+#include <cstdlib>
+
 #include <gtest/gtest.h>
 
 #include "core/pack/Deflate.h"
@@ -6,7 +8,6 @@
 #include "core/pack/ZipReader.h"
 #include "core/pack/ZipWriter.h"
 #include "core/platform/Files.h"
-#include "tests/pack/ForeignTools.h"
 #include "tests/pack/ZipForge.h"
 #include "tests/support/TempDir.h"
 
@@ -240,13 +241,13 @@ TEST(ZipReader, RefusesBombsBeforeTheyBurst) {
 }
 
 // Python takes names without the UTF-8 flag as code page 437, which loses nothing.
-constexpr std::string_view describeFirstEntry = R"py(
+constexpr std::string_view checkFirstEntry = R"py(
 import sys, zipfile
 archive = zipfile.ZipFile(sys.argv[1])
 entry = archive.infolist()[0]
 assert archive.testzip() is None
-print(entry.filename.encode('cp437').hex(), archive.read(entry).decode(), entry.create_version,
-      entry.flag_bits)
+assert entry.filename.encode('cp437').decode() == 'audio/\u97f3\u58f0-\u2460.wav'
+assert (archive.read(entry), entry.create_version, entry.flag_bits) == (b'named', 20, 0)
 )py";
 
 constexpr std::string_view packAudio = R"py(
@@ -268,11 +269,10 @@ protected:
         }
         files.push_back({"audio/empty.txt", {}});
     }
-    [[nodiscard]] test::ToolResult run(const std::string& command) const {
-        return test::runTool("cd " + dir.path() + " && " + command);
+    [[nodiscard]] bool run(const std::string& command) const {
+        return std::system(("cd " + dir.path() + " && (" + command + ") >output").c_str()) == 0;
     }
-    [[nodiscard]] test::ToolResult runPython(std::string_view script,
-                                             const std::string& argument) const {
+    [[nodiscard]] bool runPython(std::string_view script, const std::string& argument) const {
         saveFileBytes(dir.file("script.py"), asBytes(script));
         return run(ZEPHO_PYTHON " script.py " + argument);
     }
@@ -285,24 +285,21 @@ TEST_F(ForeignToolsTest, ReadWhatWeWrite) {
     ZipWriter writer;
     for (const ZipEntry& file : files) writer.add(file.name, file.data);
     saveFileBytes(dir.file("ours.cln"), writer.finish());
-    for (const std::string command : {ZEPHO_UNZIP " -t ours.cln", ZEPHO_UNZIP " -q ours.cln -d out",
-                                      ZEPHO_ZIP " -T ours.cln"}) {
-        const auto result = run(command);
-        EXPECT_EQ(result.status, 0) << command << "\n" << result.output;
-    }
+    for (const std::string command :
+         {ZEPHO_UNZIP " -t ours.cln", ZEPHO_UNZIP " -q ours.cln -d out", ZEPHO_ZIP " -T ours.cln"})
+        EXPECT_TRUE(run(command)) << command;
     for (const ZipEntry& file : files)
         EXPECT_EQ(loadFileBytes(dir.file("out/" + file.name)), file.data) << file.name;
 
     ZipWriter named;
     named.add("audio/音声-①.wav", asBytes("named"));
     saveFileBytes(dir.file("named.cln"), named.finish());
-    EXPECT_EQ(runPython(describeFirstEntry, "named.cln").output,
-              "617564696f2fe99fb3e5a3b02de291a02e776176 named 20 0\n");
+    EXPECT_TRUE(runPython(checkFirstEntry, "named.cln"));
 }
 
 TEST_F(ForeignToolsTest, WriteWhatWeRead) {
     for (const ZipEntry& file : files) saveFileBytes(dir.file(file.name), file.data);
-    const std::pair<std::string, test::ToolResult> archives[] = {
+    const std::pair<std::string, bool> archives[] = {
         {"deflated.zip", run(ZEPHO_ZIP " -q -6 -r deflated.zip audio")},
         {"comment.zip", run("echo comment | " ZEPHO_ZIP " -q -0 -z -r comment.zip audio")},
         {"sizes-behind.zip", run(ZEPHO_ZIP " -q -r - audio | cat >sizes-behind.zip")},
@@ -311,7 +308,7 @@ TEST_F(ForeignToolsTest, WriteWhatWeRead) {
         {"python.zip", runPython(packAudio, "python.zip")},
     };
     for (const auto& [name, made] : archives) {
-        ASSERT_EQ(made.status, 0) << name << "\n" << made.output;
+        ASSERT_TRUE(made) << name;
         const ZipReader reader(dir.file(name));
         for (const ZipEntry& file : files)
             EXPECT_EQ(reader.read(file.name), file.data) << name << " " << file.name;
