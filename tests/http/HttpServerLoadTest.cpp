@@ -270,10 +270,10 @@ TEST(HttpServerLoadTest, RecoversWhenDescriptorsRunOut) {
     HttpClient late(server->port());
     ASSERT_TRUE(late.send("GET / HTTP/1.1\r\n\r\n"));
     const auto warned = [] {
-        int count = 0;
-        for (const LogEntry& entry : AppLog::snapshot())
-            if (entry.level == LogLevel::warn && entry.source == "http") ++count;
-        return count;
+        const auto lines = AppLog::snapshot();
+        return std::count_if(lines.begin(), lines.end(), [](const LogEntry& entry) {
+            return entry.level == LogLevel::warn && entry.source == "http";
+        });
     };
     EXPECT_TRUE(eventually([&] { return warned() == 1; }));
     // Who is connected is served; the next tries at accepting are not told again.

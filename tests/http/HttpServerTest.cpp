@@ -119,10 +119,11 @@ TEST(HttpServerTest, ListensOnAllInterfacesAndNamesPeersInIpv4) {
         const auto server = std::make_shared<HttpServer>(address, freePort(), echo);
         server->start();
         server->start();  // once more is nothing
-        HttpClient client(server->port());
-        EXPECT_EQ(client.request("GET", "/")->headers.at("x-peer"), "127.0.0.1");
+        EXPECT_EQ(HttpClient(server->port()).request("GET", "/")->headers.at("x-peer"),
+                  "127.0.0.1");
     }
     EXPECT_EQ(peerAddress({TcpHost::Kind::ipv6, "::ffff:10.1.2.3"}), "10.1.2.3");
+    EXPECT_EQ(peerAddress({TcpHost::Kind::ipv6, "::1"}), "::1");
     EXPECT_EQ(peerAddress({TcpHost::Kind::other, "/a/socket"}), "?");
 }
 

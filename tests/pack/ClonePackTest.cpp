@@ -1,6 +1,5 @@
 #include <csignal>
 #include <filesystem>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 #include <sys/resource.h>
@@ -331,26 +330,6 @@ TEST_F(ClonePackTest, TakesWhatIsGoodOfADamagedPack) {
     for (const auto& file : std::filesystem::recursive_directory_iterator(other.dir.path()))
         EXPECT_EQ(file.path().string().find("evil"), std::string::npos);
     EXPECT_FALSE(fileExists(dir.file("evil.wav")));
-}
-
-TEST_F(ClonePackTest, ImportsAtTheSameTimeLeaveAWholeLibrary) {
-    for (int i = 0; i < 4; ++i) addVoice("Voice " + std::to_string(i), "en", TtsGender::male);
-    std::vector<std::string> ids;
-    for (const VoiceInfo& voice : library.all()) ids.push_back(voice.id);
-    exportVoicePack(pack, ids, library);
-    PackSummary first;
-    std::thread beside([&] { first = importPack(pack, other.library, other.config); });
-    const PackSummary second = importPack(pack, other.library, other.config);
-    beside.join();
-    EXPECT_EQ(first.voicesAdded + first.voicesReused, 4);
-    EXPECT_EQ(second.voicesAdded + second.voicesReused, 4);
-    EXPECT_EQ(other.library.count(),
-              static_cast<std::size_t>(first.voicesAdded + second.voicesAdded));
-    VoiceLibrary again(config, other.dir.file("data/voices.json"), other.dir.file("clone/"));
-    again.load();
-    EXPECT_EQ(again.count(), other.library.count());
-    for (const VoiceInfo& voice : again.all())
-        EXPECT_TRUE(fileExists(again.clipPath(voice.clips.at(0)))) << voice.display;
 }
 
 }  // namespace

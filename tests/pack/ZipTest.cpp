@@ -113,19 +113,15 @@ TEST(ZipWriter, SparesItselfTheAttemptAtNoiseOnly) {
         return data;
     };
     EXPECT_TRUE(looksLikeNoise(noise(size)));
-    EXPECT_TRUE(looksLikeNoise(noise(66000, 7)));
-    // Too little to know; some that is even; values that are all alike only over the whole; what
-    // comes again within the codec's reach.
+    // Too little to know; values that are all alike only over the whole; what comes again within the
+    // codec's reach; and some that is even.
     const std::vector<Bytes> others{
-        noise(3000), Bytes(size), with([](Bytes& data, std::size_t i) {
-            if (i > size - 4000) data[i] = 0;
-        }),
+        noise(3000),
         with([](Bytes& data, std::size_t i) { data[i] = data[i] / 2 + (i < size / 2 ? 0 : 128); }),
-        with([](Bytes& data, std::size_t i) {
-            if (i >= 6000) data[i] = data[i - 6000];
-        })};
+        with([](Bytes& data, std::size_t i) { data[i] = data[i < 6000 ? i : i - 6000]; }),
+        with([](Bytes& data, std::size_t i) { data[i] = i > size - 4000 ? 0 : data[i]; })};
     for (const Bytes& data : others) EXPECT_FALSE(looksLikeNoise(data));
-    EXPECT_EQ(packEntry({"a", others[2]}).method, zip::deflated);
+    EXPECT_EQ(packEntry({"a", others.back()}).method, zip::deflated);
 }
 
 TEST(ZipReader, FindsTheEndRecordWithinReach) {
