@@ -156,6 +156,8 @@ TEST_F(HubClient, aFailedDownloadLeavesEverythingAsItWas) {
         EXPECT_EQ(failureOf(url), "This entry has no download URL") << url;
     hub.answer({404, "gone"});
     EXPECT_EQ(failureOf(hub.address()), "Download failed (HTTP 404)");
+    hub.answer({206, "half of it"});
+    EXPECT_EQ(failureOf(hub.address()), "Download failed (HTTP 206)");
     hub.answer({200, ""});
     EXPECT_EQ(failureOf(hub.address()), "Download failed (HTTP 200)");
     // What lies on this machine is no download.

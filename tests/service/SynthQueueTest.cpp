@@ -226,6 +226,16 @@ TEST(SynthQueue, DroppingTheLastReferenceNeverWaitsForTheEngine) {
     }
 }
 
+// At the very moment of its deadline a line is either left or answered, never both and never neither.
+TEST(SynthJob, IsNotLeftOnceItIsSettled) {
+    int late = 0;
+    SynthJob job({}, {}, TtsPriority::normal, [&](auto&&, auto) { ++late; });
+    job.succeed(test::toneOf(10, 1), 1);
+    EXPECT_FALSE(job.abandon());
+    EXPECT_FALSE(job.takeOutcome().pcm.isEmpty());
+    EXPECT_EQ(late, 0);
+}
+
 // Deadlines that fall on the very moment of settling: each line is answered once, by its caller's
 // return or by the late callback.
 TEST(SynthQueue, EachLineIsAnsweredExactlyOnce) {
