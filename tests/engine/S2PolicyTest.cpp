@@ -46,7 +46,6 @@ TEST(S2Policy, buildsTheCommandLineInOrder) {
         return Words(words.begin() + 7, words.end());
     };
     const Words none{"-ngl", "0", "--codec-cpu"};
-    EXPECT_EQ(gpuWords(ComputeBackend::auto_, 0, true), (Words{"-M", "-ngl", "0", "--codec-cpu"}));
     EXPECT_EQ(gpuWords(ComputeBackend::metal, 12, true),
               (Words{"-M", "-ngl", "12", "--codec-cpu"}));
     EXPECT_EQ(gpuWords(ComputeBackend::metal, 12, false), none);

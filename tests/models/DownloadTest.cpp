@@ -397,6 +397,14 @@ TEST_F(FailedDownload, stopsWhenTheDiskIsFull) {
     gone.wait();
 }
 
+TEST_F(FailedDownload, findsNothingWhereTheDirectoryCannotBeMade) {
+    std::filesystem::remove(ZEPHOPaths::modelsDir());
+    saveFileBytes(ZEPHOPaths::dataRoot() + "models", asBytes("a file"));
+    ModelHost host(ModelHost::serving(bodyOf(4000)));
+    fail(variantOf(4000), host.address());
+    EXPECT_EQ(error(), "the download came back empty");
+}
+
 TEST_F(FailedDownload, keepsThePartWhenTheNameIsTaken) {
     Gate taken;
     RawHost host([&](RawPeer& peer) {

@@ -218,16 +218,7 @@ TEST(ZipReader, RefusesBombsBeforeTheyBurst) {
     EXPECT_EQ(zipErrorOf([&] { ZipReader(bomb(600U << 20)).refuseBombs(512U << 20); }),
               "corrupt zip: the entries claim more than 512 MB");
 
-    // Many entries over one kernel: two whole copies, then one that begins inside another's data.
-    const Bytes kernel = test::zeroBomb(100000);
-    test::ForgedEntry copy{"c0", kernel, 8, 100000};
-    copy.offset = 0;
-    std::vector<test::ForgedEntry> copies{copy};
-    for (int i = 1; i < 50; ++i)
-        copies.push_back(
-            {"c" + std::to_string(i), {}, 8, 100000, static_cast<std::uint32_t>(kernel.size()), 0});
-    EXPECT_EQ(zipErrorOf([&] { ZipReader(forgeZip(copies)).refuseBombs(512U << 20); }),
-              "corrupt zip: overlapping entries");
+    // Entries over each other could be read many times each.
     const Bytes inner = forgeZip({{"inner", toBytes("data"), 0, 4}});
     const std::vector<test::ForgedEntry> nested{
         {"outer", inner, 0, static_cast<std::uint32_t>(inner.size())}, {"inner", {}, 0, 4, 4, 35}};
