@@ -199,6 +199,15 @@ TEST(HttpServerLoadTest, FilesOfMemoryTakeAFewDescriptorsOnly) {
     EXPECT_TRUE(sealedCopy(asBytes("x")));
 }
 
+TEST(HttpServerLoadTest, ABudgetIsKeptToTheByte) {
+    const auto budget = std::make_shared<BufferBudget>(16);
+    BufferBudget::Share one(budget);
+    BufferBudget::Share other(budget);
+    EXPECT_TRUE(one.grow(10) && other.grow(6));
+    EXPECT_FALSE(other.grow(7));
+    EXPECT_EQ(budget->used(), 16U);
+}
+
 TEST(HttpServerLoadTest, AllRequestsTogetherStayWithinTheirBudget) {
     constexpr std::size_t mb = 1024 * 1024;
     const auto budget = std::make_shared<BufferBudget>(16 * mb);
