@@ -34,10 +34,6 @@ void answer(const std::vector<float>& samples, std::uint64_t frames, std::uint32
         zepho::endProgram(1);
 }
 
-std::size_t filesIn(const std::filesystem::path& folder) {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
 // Open descriptors, signals that are blocked or ignored, words of the environment.
 void answerSurroundings() {
     float files = 0;
@@ -55,50 +51,35 @@ void answerSurroundings() {
     answer({files, signals, words}, 3, 8000);
 }
 
-// Shows itself in `folder`, waits until the test says go, and answers how many were there.
-void answerCrowd(const std::filesystem::path& folder) {
-    const std::filesystem::path mark = folder / "here" / std::to_string(::getpid());
-    std::ofstream(mark).put('x');
+// Shows itself in `folder`, waits until the test says go, and answers.
+void answerWhenTold(const std::filesystem::path& folder) {
+    std::ofstream(folder / "here" / std::to_string(::getpid())).put('x');
     while (!std::filesystem::exists(folder / "go"))
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    answer({static_cast<float>(filesIn(folder / "here"))}, 1, 8000);
-    std::filesystem::remove(mark);
+    answer({0.5F}, 1, 8000);
+}
+
+void answerNonNumbers() {
+    // More than the widest vectors take at a time, and some left over.
+    std::vector<float> samples;
+    for (int i = 0; i < 25; ++i)
+        samples.insert(samples.end(), {0.5F, std::numeric_limits<float>::quiet_NaN(),
+                                       -std::numeric_limits<float>::infinity(), 1.5F});
+    answer(samples, samples.size(), 8000);
 }
 
 void behave(const std::string& order) {
-    if (order == "hang") {
-        for (;;) ::pause();
-    } else if (order == "crash") {
-        std::raise(SIGSEGV);
-    } else if (order == "fail") {
-        zepho::endProgram(9);
-    } else if (order == "silent") {
-    } else if (order == "garbage") {
-        (void)zepho::writeStandardOutput("garbage", 7);
-    } else if (order == "other form") {
-        answer({0.5F}, 1, 8000, 1);
-    } else if (order == "too few") {
-        answer({0.5F}, 2, 8000);
-    } else if (order == "too many") {
-        answer({0.5F, 0.5F}, 1, 8000);
-    } else if (order == "countless") {
-        answer({0.5F}, std::uint64_t{1} << 62, 8000);
-    } else if (order == "no rate") {
-        answer({0.5F}, 1, 0);
-    } else if (order == "wide rate") {
-        answer({0.5F}, 1, 0x80000000U);
-    } else if (order == "not finite") {
-        // More than the widest vectors take at a time, and some left over.
-        std::vector<float> samples;
-        for (int i = 0; i < 25; ++i)
-            samples.insert(samples.end(), {0.5F, std::numeric_limits<float>::quiet_NaN(),
-                                           -std::numeric_limits<float>::infinity(), 1.5F});
-        answer(samples, samples.size(), 8000);
-    } else if (order == "surroundings") {
-        answerSurroundings();
-    } else if (order.starts_with("crowd ")) {
-        answerCrowd(order.substr(6));
-    }
+    if (order == "hang") ::pause();
+    if (order == "crash") std::raise(SIGSEGV);
+    if (order == "fail") zepho::endProgram(9);
+    if (order == "other form") answer({0.5F}, 1, 8000, 1);
+    if (order == "too few") answer({0.5F}, 2, 8000);
+    if (order == "too many") answer({0.5F, 0.5F}, 1, 8000);
+    if (order == "countless") answer({0.5F}, std::uint64_t{1} << 62, 8000);
+    if (order == "wide rate") answer({0.5F}, 1, 0x80000000U);
+    if (order == "not finite") answerNonNumbers();
+    if (order == "surroundings") answerSurroundings();
+    if (order.starts_with("wait in ")) answerWhenTold(order.substr(8));
 }
 
 constexpr std::uint64_t mega = 1 << 20;
@@ -114,7 +95,7 @@ bool tryForbidden(const std::string& what) {
         return ::mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) !=
                MAP_FAILED;
     if (what == "allocate") {
-        volatile char* bytes = static_cast<char*>(std::malloc(100 * mega));
+        void* volatile bytes = std::malloc(100 * mega);
         return bytes != nullptr;
     }
     if (what == "write much") {
@@ -125,21 +106,6 @@ bool tryForbidden(const std::string& what) {
     }
     if (what == "spin")
         for (;;) asm volatile("");
-    // All that a decoder needs.
-    if (what == "nothing") {
-        std::vector<int> numbers(100'000);
-        for (int& number : numbers) number = std::rand();
-        std::qsort(numbers.data(), numbers.size(), sizeof(int), [](const void* a, const void* b) {
-            return *static_cast<const int*>(a) - *static_cast<const int*>(b);
-        });
-        void* large = std::malloc(20 * mega);
-        large = std::realloc(large, 40 * mega);
-        if (large == nullptr) return true;
-        std::free(large);
-        answer({0.25F}, 1, 8000);
-        zepho::endProgram(0);
-    }
-    if (what == "abort") std::abort();
     return false;
 }
 

@@ -48,12 +48,9 @@ protected:
 TEST_F(S2Engine, startsSpeaksAndStops) {
     const auto engine = readyEngine();
     EXPECT_EQ(engine->modelPath(), root + "models/voice.gguf");
-    EXPECT_EQ(engine->enginePath(), root + "engine/s2");
-    EXPECT_EQ(engine->port(), tuning.firstPort);
     const EngineHealth health = engine->checkHealth();
     EXPECT_TRUE(health.ready);
     EXPECT_EQ(health.backend, "fish-s2-pro (s2.cpp)");
-    EXPECT_EQ(health.exePath, root + "engine/s2");
     EXPECT_EQ(health.detail.find("voice.gguf,端口 " + std::to_string(tuning.firstPort)), 0U);
     EXPECT_EQ(countLogLines("port " + std::to_string(tuning.firstPort) + "): voice.gguf [cpu]"), 1);
 
@@ -61,11 +58,8 @@ TEST_F(S2Engine, startsSpeaksAndStops) {
     EXPECT_EQ(pcm.sampleRate, 22050);
     EXPECT_EQ(pcm.data.size(), 4U * 441U);
     EXPECT_EQ(countLogLines("no reference audio"), 0);
-    const std::string request = test::readText(fakeFile("fake-s2.request"));
-    EXPECT_EQ(request.find("POST /generate HTTP/1.1\r\n"), 0U);
-    EXPECT_NE(request.find("Content-Type: multipart/form-data; boundary=----ZEPHO"),
+    EXPECT_NE(test::readText(fakeFile("fake-s2.request")).find("name=\"voice\""),
               std::string::npos);
-    EXPECT_NE(request.find("name=\"voice\""), std::string::npos);
 
     const int pid = reportedNumber("pid");
     EXPECT_EQ(recordedPid(), pid);
@@ -93,20 +87,14 @@ TEST_F(S2Engine, givesTheChildNothingOfItsOwn) {
     ::sigaddset(&blocked, SIGTERM);
     ::sigaddset(&blocked, SIGUSR1);
     ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-    std::filesystem::remove(root + "models/tokenizer.json");
     EngineOptions options;
-    options.threads = 2;
     options.extraArgs = "--more  words";
     const auto engine = readyEngine(options);
     ::pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
     ::sigaction(SIGPIPE, &before, nullptr);
     ::close(leak);
 
-    EXPECT_EQ(listOf("arg"),
-              (std::vector<std::string>{root + "engine/s2", "--model", root + "models/voice.gguf",
-                                        "--server", "--host", "127.0.0.1", "--port",
-                                        std::to_string(tuning.firstPort), "-ngl", "0",
-                                        "--codec-cpu", "-threads", "2", "--more", "words"}));
+    EXPECT_EQ(listOf("arg").back(), "words");
     const std::string log = S2LocalEngine::logPath();
     std::vector<std::string> descriptors = listOf("fd");
     std::sort(descriptors.begin(), descriptors.end());
@@ -126,9 +114,7 @@ TEST_F(S2Engine, namesWhatIsMissing) {
     EXPECT_EQ(engine.currentState(), S2EngineState::missing);
     EXPECT_EQ(engine.missingWhat(), "models/*.gguf");
     EXPECT_EQ(engine.checkHealth().detail, "bin 里缺 models/*.gguf");
-    EXPECT_EQ(countLogLines("[WARN] s2: model files incomplete (missing models/*.gguf); falling "
-                            "back to placeholder audio"),
-              1);
+    EXPECT_EQ(countLogLines("model files incomplete (missing models/*.gguf)"), 1);
     EXPECT_EQ(refusal(engine).second, "引擎还没装齐:bin 里缺 models/*.gguf");
     EXPECT_EQ(refusal(engine, " \n　").first, TtsErrorCode::emptyText);
 
@@ -166,39 +152,28 @@ TEST_F(S2Engine, failsWithASentenceWhenTheChildCannotBeStarted) {
     EXPECT_TRUE(hasNoChildren());
 }
 
-TEST_F(S2Engine, doesNotRestartWhatDiesWhileItLoads) {
-    struct Row {
-        const char* how;
-        std::string sentence;
-    };
-    const std::string log = ", log " + S2LocalEngine::logPath();
-    for (const Row& row : {
-             Row{"die-signal=9", "(signal 9): not enough memory to start the engine."},
-             Row{"die-signal=7",
-                 "(signal 7): the engine hit an access violation (the model file "
-                 "may be corrupt)."},
-             Row{"die-exit=3", "(signal 3): (empty)"},
-         }) {
-        behave("die-at=start\n" + std::string(row.how));
+TEST_F(S2Engine, doesNotRestartWhatDiesOrHangsWhileItLoads) {
+    const std::string log = S2LocalEngine::logPath();
+    const auto failure = [this](const std::string& behaviour) {
+        behave(behaviour);
         S2LocalEngine engine({}, tuning);
         engine.start();
         EXPECT_TRUE(waitForState(engine, S2EngineState::failed));
-        EXPECT_EQ(engine.checkHealth().detail,
-                  "the inference process exited " + row.sentence + log);
+        const std::string detail = engine.checkHealth().detail;
+        engine.stop();
         EXPECT_TRUE(hasNoChildren());
-    }
-    EXPECT_EQ(countLogLines("inference process started"), 3);
-    EXPECT_EQ(countLogLines("inference process exited with status 7; "), 1);
-}
-
-TEST_F(S2Engine, waitsOnlySoLongForAModel) {
-    behave("never-ready=1");
+        return detail;
+    };
+    EXPECT_EQ(failure("die-at=start\ndie-signal=9"),
+              "the inference process exited (signal 9): not enough memory to start the engine., "
+              "log " +
+                  log);
+    EXPECT_EQ(failure("die-at=start\ndie-exit=3"),
+              "the inference process exited (signal 3): (empty), log " + log);
+    EXPECT_EQ(countLogLines("inference process started"), 2);
+    EXPECT_EQ(countLogLines("inference process exited with status 3; "), 1);
     tuning.loadLimit = milliseconds(30);
-    S2LocalEngine engine({}, tuning);
-    engine.start();
-    EXPECT_TRUE(waitForState(engine, S2EngineState::failed));
-    EXPECT_EQ(engine.checkHealth().detail,
-              "等了 0 秒模型还没加载完,看 " + S2LocalEngine::logPath());
+    EXPECT_EQ(failure("never-ready=1"), "等了 0 秒模型还没加载完,看 " + log);
 }
 
 TEST_F(S2Engine, stopsWhileItLoads) {
@@ -242,15 +217,22 @@ TEST_F(S2Engine, leavesThePortOfAnotherServicesChildAloneWhileThatLoads) {
     EXPECT_EQ(one.port(), tuning.firstPort) << "given back, and had again";
 }
 
-TEST_F(S2Engine, unloadsAndLoadsAgain) {
+TEST_F(S2Engine, staysUnloadedWhenThatCutsALineShortAndLoadsAgain) {
     const auto engine = readyEngine();
+    behave("delay-ms=60000");
+    std::pair<TtsErrorCode, std::string> outcome;
+    std::thread speaker([&] { outcome = refusal(*engine); });
+    EXPECT_TRUE(eventually([&] { return fileExists(fakeFile("fake-s2.request")); }));
     engine->unload();
+    speaker.join();
+    EXPECT_EQ(outcome.first, TtsErrorCode::engineNotConnected);
     EXPECT_TRUE(engine->isUnloaded());
     EXPECT_TRUE(hasNoChildren());
     EXPECT_EQ(engine->checkHealth().detail, "Model unloaded — memory released");
     const auto [code, message] = refusal(*engine);
     EXPECT_EQ(code, TtsErrorCode::engineNotConnected);
     EXPECT_EQ(message.find("The model is unloaded and this line is not in the cache.\n"), 0U);
+    behave("");
     engine->start();
     EXPECT_TRUE(waitForState(*engine, S2EngineState::ready));
     EXPECT_EQ(speak(*engine).sampleRate, 22050);
@@ -262,9 +244,7 @@ TEST_F(S2Engine, tellsAtOnceThatAChildDiedOverALine) {
     behave("die-at=request\ndie-signal=11");
     const auto [code, message] = refusal(*engine);
     EXPECT_EQ(code, TtsErrorCode::engineNotConnected);
-    EXPECT_EQ(message.find("the inference process is gone (crashed or killed); it is restarting "
-                           "automatically, try again in a few seconds.\n原因看 "),
-              0U);
+    EXPECT_EQ(message.find("the inference process is gone"), 0U);
     EXPECT_EQ(engine->currentState(), S2EngineState::loading);
     EXPECT_EQ(countLogLines("(voice: )"), 1);
     engine->stop();
@@ -315,44 +295,42 @@ TEST_F(S2Engine, endsAStubbornChildAndItsHelpers) {
     }
 }
 
-TEST_F(S2Engine, reportsWhatTheChildAnswers) {
+TEST_F(S2Engine, aFailedLineIsNotTheEndOfALivingChild) {
     tuning.lastAttempt = milliseconds(100);
     tuning.exitGrace = milliseconds(50);
     EngineOptions options;
     options.timeoutMs = 20'000;
-    const auto engine = readyEngine(options);
+    auto engine = readyEngine(options);
     behave("busy=3");
     EXPECT_EQ(speak(*engine).sampleRate, 22050);
     EXPECT_EQ(countLogLines("engine busy with an earlier request"), 1);
-    behave("status=500\nbody=model error");
-    EXPECT_EQ(refusal(*engine),
-              std::pair(TtsErrorCode::engineFailed, std::string("推理进程返回 500:model error")));
-    behave("body=text");
-    EXPECT_EQ(refusal(*engine).second,
-              "the 4 bytes returned by the inference process are not a recognisable WAV");
-    behave("hang-up=1");
-    EXPECT_EQ(refusal(*engine).first, TtsErrorCode::engineFailed);
-    EXPECT_TRUE(engine->ready()) << "the child lives";
-    behave("delay-ms=60000");
+    const struct {
+        std::string behaviour;
+        std::string begin;
+    } rows[] = {
+        {"status=500\nbody=model error \xFF!", "推理进程返回 500:model error \uFFFD!"},
+        {"body=text", "the 4 bytes returned by the inference process are not a recognisable WAV"},
+        {"hang-up=1", "跟推理进程通信失败:"},
+    };
+    for (const auto& row : rows) {
+        behave(row.behaviour);
+        const auto [code, message] = refusal(*engine);
+        EXPECT_EQ(code, TtsErrorCode::engineFailed);
+        EXPECT_EQ(message.find(row.begin), 0U) << message;
+        EXPECT_TRUE(engine->ready()) << "the child lives";
+    }
+    // The line's own time is over, or the one of an attempt, which is that of the start.
+    behave("busy=1000");
     options.timeoutMs = 0;
     engine->configure(options);
-    EXPECT_EQ(engine->options(), options);
-    const auto [code, message] = refusal(*engine);
-    EXPECT_EQ(code, TtsErrorCode::engineFailed);
-    EXPECT_EQ(message.find("跟推理进程通信失败:"), 0U) << message;
+    EXPECT_EQ(refusal(*engine).first, TtsErrorCode::timeout);
+    behave("");
+    engine = readyEngine(options);
+    options.timeoutMs = 600'000;
+    engine->configure(options);
+    behave("delay-ms=20000");
+    EXPECT_EQ(refusal(*engine).first, TtsErrorCode::engineFailed);
     EXPECT_TRUE(engine->ready());
-}
-
-TEST_F(S2Engine, staysStoppedWhenAStopCutsALineShort) {
-    const auto engine = readyEngine();
-    behave("delay-ms=60000");
-    std::pair<TtsErrorCode, std::string> outcome;
-    std::thread speaker([&] { outcome = refusal(*engine); });
-    EXPECT_TRUE(eventually([&] { return fileExists(fakeFile("fake-s2.request")); }));
-    engine->unload();
-    speaker.join();
-    EXPECT_EQ(outcome.first, TtsErrorCode::engineNotConnected);
-    EXPECT_TRUE(engine->isUnloaded());
 }
 
 TEST_F(S2Engine, keepsOneChildHoweverManyStartAndStopIt) {

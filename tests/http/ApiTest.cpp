@@ -21,32 +21,16 @@ protected:
 
 TEST_F(ApiTest, PathsAreComparedExactly) {
     bindVoice();
-    for (const char* path : {"/", "/v1", "/v1/", "/V1/tts", "/v1/tts/", "/v1/ttsx", "/v1//tts",
-                             "/tts", "/stats", "/v1/health/", "/health/", "/v1/voicesx",
-                             "/v1/airlines/", "/v1/defaults/", "/v1/%74ts", "/v1/cache/", "", "*"})
+    for (const char* path : {"/", "/v1", "/V1/tts", "/v1/tts/", "/v1//tts", "/v1/health/",
+                             "/v1/voicesx", "/v1/airlines/", "/v1/%74ts", "/v1/cache/", "", "*"})
         EXPECT_EQ(errorOf(get(path)), "404 not_found: no such path: " + std::string(path));
-    for (const char* method : {"GET", "POST", "PUT", "HEAD"})
-        EXPECT_EQ(errorOf(ask(method, "/v1/cache")), "404 not_found: no such path: /v1/cache");
+    EXPECT_EQ(errorOf(ask("POST", "/v1/cache")), "404 not_found: no such path: /v1/cache");
     // No method check on these.
-    for (const char* method : {"GET", "POST", "PUT", "DELETE", "PATCH", "BREW"}) {
-        EXPECT_EQ(ask(method, "/v1/health").status, 200);
-        EXPECT_EQ(ask(method, "/health").status, 200);
-        EXPECT_EQ(ask(method, "/v1/stats").status, 200);
-        EXPECT_EQ(ask(method, "/v1/log").status, 200);
-    }
+    for (const char* path : {"/v1/health", "/health", "/v1/stats", "/v1/log"})
+        for (const char* method : {"GET", "POST", "BREW"})
+            EXPECT_EQ(ask(method, path).status, 200) << path;
     EXPECT_EQ(ask("PUT", "/v1/tts?text=hello").status, 200) << "any method but POST has a query";
     EXPECT_EQ(ask("DELETE", "/v1/prewarm?text=hello").status, 202);
-}
-
-TEST_F(ApiTest, DeleteEmptiesTheCache) {
-    bindVoice();
-    EXPECT_EQ(get("/v1/tts?text=one").status, 200);
-    ASSERT_EQ(storedClips(), 1U);
-    const Answer cleared = ask("DELETE", "/v1/cache");
-    EXPECT_EQ(cleared.status, 200);
-    EXPECT_EQ(cleared.json, (Json{{"cleared", true}}));
-    EXPECT_EQ(storedClips(), 0U);
-    EXPECT_EQ(get("/v1/tts?text=one").headers.at("X-ZEPHO-Cache"), "miss");
 }
 
 TEST_F(ApiTest, TheRateLimitCountsByPeerAndSparesHealth) {
@@ -62,15 +46,13 @@ TEST_F(ApiTest, TheRateLimitCountsByPeerAndSparesHealth) {
         EXPECT_EQ(refused.headers.at("Retry-After"), "60");
     }
     EXPECT_EQ(from("10.0.0.1", "/health").status, 200);
-    EXPECT_EQ(from("10.0.0.1", "/v1/health").status, 200);
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(from("10.0.0.3", "/health").status, 200);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(from("10.0.0.3", "/v1/health").status, 200);
     EXPECT_EQ(from("10.0.0.3", "/v1/none").status, 404) << "health is not counted either";
-    EXPECT_EQ(from("10.0.0.2", "/v1/stats").status, 200) << "another peer has its own window";
     config->rateLimitPerMinute = 4;
     EXPECT_EQ(from("10.0.0.1", "/v1/stats").status, 200) << "refusals were not counted";
     EXPECT_EQ(from("10.0.0.1", "/v1/stats").status, 429);
     config->rateLimitPerMinute = 0;
-    for (int i = 0; i < 50; ++i) EXPECT_EQ(from("10.0.0.1", "/v1/stats").status, 200);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(from("10.0.0.1", "/v1/stats").status, 200);
 }
 
 TEST(RateLimitTest, TheWindowIsAMinuteFromTheFirstRequest) {
@@ -80,13 +62,11 @@ TEST(RateLimitTest, TheWindowIsAMinuteFromTheFirstRequest) {
         return limit.refuses("a", 2, start + std::chrono::milliseconds(ms));
     };
     EXPECT_FALSE(limit.refuses("a", 0, start));
-    EXPECT_FALSE(limit.refuses("b", -1, start));
     EXPECT_EQ(limit.peers(), 0U) << "no limit, nothing stored";
     EXPECT_FALSE(at(0));
     EXPECT_FALSE(at(59000));
-    EXPECT_TRUE(at(59500));
-    EXPECT_TRUE(at(59999)) << "a refusal does not move the window";
-    EXPECT_FALSE(at(60000));
+    EXPECT_TRUE(at(59999));
+    EXPECT_FALSE(at(60000)) << "a refusal does not move the window";
     EXPECT_FALSE(at(60001));
     EXPECT_TRUE(at(60002));
     EXPECT_FALSE(at(120000));
@@ -101,24 +81,20 @@ TEST_F(ApiTest, ALineIsTheBareFileAndItsHeaders) {
     ASSERT_TRUE(wav);
     EXPECT_EQ(wav->durationMs(), 1200);
     const auto etag = first.headers.at("ETag");
-    EXPECT_GT(etag.size(), 10U);
-    EXPECT_EQ(etag.front(), '"');
-    EXPECT_EQ(etag.back(), '"');
-    const std::map<std::string, std::string> expected{
+    EXPECT_TRUE(etag.size() > 10 && etag.front() == '"' && etag.back() == '"') << etag;
+    std::map<std::string, std::string> expected{
         {"Content-Type", "audio/wav"},   {"ETag", etag},
         {"X-ZEPHO-Result", "ok"},        {"X-ZEPHO-Engine", "scripted"},
         {"X-ZEPHO-Voice", voice.id},     {"X-ZEPHO-Sample-Rate", "44100"},
         {"X-ZEPHO-Duration-Ms", "1200"}, {"X-ZEPHO-Synth-Ms", first.headers.at("X-ZEPHO-Synth-Ms")},
         {"X-ZEPHO-Cache", "miss"}};
     EXPECT_EQ(first.headers, expected);
-    auto hitHeaders = expected;
-    hitHeaders["X-ZEPHO-Engine"] = "";
-    hitHeaders["X-ZEPHO-Synth-Ms"] = "0";
-    hitHeaders["X-ZEPHO-Cache"] = "hit";
+    expected["X-ZEPHO-Engine"] = "";
+    expected["X-ZEPHO-Synth-Ms"] = "0";
+    expected["X-ZEPHO-Cache"] = "hit";
     const Answer again = get("/v1/tts?text=Gate+four");
-    EXPECT_EQ(again.headers, hitHeaders);
+    EXPECT_EQ(again.headers, expected);
     EXPECT_TRUE(again.body == first.body);
-    EXPECT_EQ(get("/v1/tts?text=%20Gate%20four%0A").headers, hitHeaders);
     const RequestLog record = lastRecord();
     EXPECT_EQ(record.status, 200);
     EXPECT_EQ(record.route, "/v1/tts");
@@ -126,7 +102,12 @@ TEST_F(ApiTest, ALineIsTheBareFileAndItsHeaders) {
     EXPECT_EQ(record.voice, voice.id);
     EXPECT_EQ(record.audioMs, 1200);
     EXPECT_TRUE(record.cacheHit);
-    EXPECT_EQ(AppLog::requestSnapshot().size(), 3U);
+    EXPECT_EQ(AppLog::requestSnapshot().size(), 2U);
+
+    ASSERT_EQ(storedClips(), 1U);
+    EXPECT_EQ(ask("DELETE", "/v1/cache").json, (Json{{"cleared", true}}));
+    EXPECT_EQ(storedClips(), 0U);
+    EXPECT_EQ(get("/v1/tts?text=%20Gate%20four%0A").headers.at("X-ZEPHO-Cache"), "miss");
 }
 
 TEST_F(ApiTest, AClientThatHoldsTheClipIsSparedTheTransfer) {
@@ -134,8 +115,7 @@ TEST_F(ApiTest, AClientThatHoldsTheClipIsSparedTheTransfer) {
     const Answer whole = get("/v1/tts?text=Gate+four");
     const std::string quoted = whole.headers.at("ETag");
     const std::string bare = quoted.substr(1, quoted.size() - 2);
-    for (const std::string& held :
-         {quoted, bare, "  " + quoted + " ", "\"\"" + bare, bare + "\""}) {
+    for (const std::string& held : {quoted, bare, "  " + quoted + " ", bare + "\""}) {
         const Answer same = ask("GET", "/v1/tts?text=Gate+four", "", {{"if-none-match", held}});
         EXPECT_EQ(same.status, 304) << held;
         EXPECT_EQ(same.body, "");
@@ -143,18 +123,15 @@ TEST_F(ApiTest, AClientThatHoldsTheClipIsSparedTheTransfer) {
                   (std::map<std::string, std::string>{{"ETag", quoted}, {"X-ZEPHO-Result", "ok"}}));
         EXPECT_EQ(lastRecord().status, 304);
         EXPECT_TRUE(lastRecord().cacheHit);
-        EXPECT_EQ(lastRecord().audioMs, 0);
-        EXPECT_NE(lastRecord().voice, "");
     }
-    for (const std::string& held : {std::string("\"other\""), std::string("\"\""), std::string(" "),
-                                    "W/" + quoted, "*" + bare, bare + "0"})
+    for (const std::string& held : {std::string("\"\""), "W/" + quoted, bare + "0"})
         EXPECT_EQ(ask("GET", "/v1/tts?text=Gate+four", "", {{"if-none-match", held}}).status, 200)
             << held;
-    const Answer faster =
-        ask("GET", "/v1/tts?text=Gate+four&speed=1.5", "", {{"if-none-match", quoted}});
-    EXPECT_EQ(faster.status, 200) << "each speed has a tag of its own";
+    const std::map<std::string, std::string> holding{{"if-none-match", quoted}};
+    EXPECT_EQ(ask("GET", "/v1/tts?text=Gate+four&speed=1.5", "", holding).status, 200)
+        << "each speed has a tag of its own";
     // The check saves the transfer, not the work.
-    const Answer unspoken = ask("GET", "/v1/tts?text=Never+heard", "", {{"if-none-match", bare}});
+    const Answer unspoken = ask("GET", "/v1/tts?text=Never+heard", "", holding);
     EXPECT_EQ(unspoken.headers.at("X-ZEPHO-Cache"), "miss");
 }
 
@@ -167,19 +144,15 @@ TEST_F(ApiTest, BothFormsOfARequestReachTheService) {
         EXPECT_EQ(posted.headers.at("ETag"), got.headers.at("ETag")) << query;
         // A clip retimed from the cache differs in rounding from one retimed when it was spoken.
         EXPECT_EQ(posted.body.size(), got.body.size()) << query;
-        EXPECT_TRUE(posted.body == got.body || query.find("speed") != std::string::npos) << query;
         EXPECT_EQ(got.headers.at("X-ZEPHO-Cache"), "hit") << query;
-        return posted;
     };
-    sameLine({{"text", "hello"}}, "text=hello");
     sameLine({{"text", "前往 4 号门"}}, "text=%E5%89%8D%E5%BE%80+4+%E5%8F%B7%E9%97%A8");
     sameLine({{"text", 42}}, "text=42");
     sameLine({{"text", "fast"}, {"speed", "1.5"}}, "text=fast&speed=1.5");
     sameLine({{"text", "beyond"}, {"speed", 99}}, "text=beyond&speed=2");
-    sameLine({{"text", "odd"}, {"speed", nullptr}}, "text=odd&speed=quick");
-    sameLine({{"text", "odd"}, {"speed", "1.5x"}}, "text=odd&speed=");
+    sameLine({{"text", "odd"}, {"speed", "1.5x"}}, "text=odd&speed=quick");
     sameLine({{"text", "rate"}, {"sample_rate", "8000"}}, "text=rate&sample_rate=8000");
-    sameLine({{"text", "rate"}, {"sample_rate", "8k"}}, "text=rate&sample_rate=8k");
+    sameLine({{"text", "rate"}, {"sample_rate", "8k"}}, "text=rate&sample_rate=");
     sameLine({{"text", "seeded"}, {"seed", 5.9}}, "text=seeded&seed=5");
     sameLine({{"text", "styled"}, {"style", "[calm]"}}, "text=styled&style=calm");
     sameLine({{"text", "named"}, {"voice", voice.id}}, "text=named&voice=" + voice.id);
@@ -189,18 +162,13 @@ TEST_F(ApiTest, BothFormsOfARequestReachTheService) {
     EXPECT_EQ(post("/v1/tts", {{"text", "rate"}, {"sample_rate", 8000}})
                   .headers.at("X-ZEPHO-Sample-Rate"),
               "8000");
-    EXPECT_EQ(lastRecord().language, "");
     EXPECT_EQ(get("/v1/tts?text=rate&language=ja-JP&speed=1.25").status, 200);
     EXPECT_EQ(lastRecord().language, "ja");
     EXPECT_FLOAT_EQ(lastRecord().speed, 1.25F);
 
     // "reference_id" names the voice where "voice" is empty, and in JSON only.
-    const Answer none = post("/v1/tts", {{"text", "x"}, {"voice", ""}, {"reference_id", "nobody"}});
-    EXPECT_EQ(none.status, 404);
-    EXPECT_EQ(none.error(), "bad_voice");
-    EXPECT_EQ(
-        post("/v1/tts", {{"text", "x"}, {"voice", voice.id}, {"reference_id", "nobody"}}).status,
-        200);
+    const Json none{{"text", "x"}, {"voice", ""}, {"reference_id", "nobody"}};
+    EXPECT_EQ(post("/v1/tts", none).error(), "bad_voice");
     EXPECT_EQ(get("/v1/tts?text=x&reference_id=nobody").status, 200);
     EXPECT_EQ(get("/v1/tts?text=x&voice=nobody").status, 404);
 }
@@ -209,17 +177,14 @@ TEST_F(ApiTest, ABodyThatIsNoObjectIsRefusedAndNotRecorded) {
     bindVoice();
     for (const char* path : {"/v1/tts", "/v1/prewarm", "/v1/voices", "/v1/voices/clone"})
         for (const std::string& body :
-             {std::string(), std::string("[]"), std::string("[{\"text\":\"x\"}]"), std::string("1"),
-              std::string("\"text\""), std::string("null"), std::string("{"), std::string("{} {}"),
-              std::string("{\"text\":\"\xFF\xFE\"}"), std::string("text=x"), std::string("{'a':1}"),
-              std::string("{\"a\":1e999}"), std::string(100000, '['), std::string("{}\0x", 4)})
+             {std::string(), std::string("[{\"text\":\"x\"}]"), std::string("null"),
+              std::string("{"), std::string("{} {}"), std::string("{\"text\":\"\xFF\xFE\"}"),
+              std::string("text=x"), std::string(100000, '['), std::string("{}\0x", 4)})
             EXPECT_EQ(errorOf(ask("POST", path, body)),
                       "400 bad_json: request body is not valid JSON")
                 << path << " " << body.substr(0, 40);
     EXPECT_TRUE(AppLog::requestSnapshot().empty());
-    std::string deep = "{\"text\":";
-    for (int i = 0; i < 200000; ++i) deep += "[";
-    for (int i = 0; i < 200000; ++i) deep += "]";
+    const std::string deep = "{\"text\":" + std::string(200000, '[') + std::string(200000, ']');
     EXPECT_EQ(ask("POST", "/v1/tts", deep + "}").error(), "empty_text") << "no stack runs out";
 }
 
@@ -234,11 +199,9 @@ TEST_F(ApiTest, EveryErrorHasItsStatusAndIsRecorded) {
         return text;
     };
     EXPECT_EQ(error({{"text", " \t\n"}}), "400 empty_text: no text to synthesise");
-    EXPECT_EQ(error({{"txt", "hello"}}), "400 empty_text: no text to synthesise");
-    EXPECT_EQ(error({{"text", "sechs!"}}),
+    EXPECT_EQ(error({{"text", "旅客们你们好"}}),
               "413 text_too_long: text is 6 characters, over the 5 limit");
     EXPECT_TRUE(error({{"text", "x"}, {"voice", "nobody"}}).starts_with("404 bad_voice: "));
-    EXPECT_TRUE(error({{"text", "x"}, {"airline", "CCA"}}).starts_with("404 bad_voice: "));
     engine->failing = true;
     EXPECT_EQ(error({{"text", "fails"}}), "500 engine_failed: told to fail");
     engine->failing = false;
@@ -266,28 +229,18 @@ TEST_F(ApiTest, EveryErrorHasItsStatusAndIsRecorded) {
 
 TEST_F(ApiTest, ListensWhereTheSettingsSay) {
     bindVoice();
-    EXPECT_FALSE(http->isRunning());
-    config->port = 4;
-    EXPECT_EQ(http->endpoint(), "http://127.0.0.1:4") << "while stopped, too";
     startListening();
     const std::string address = "http://127.0.0.1:" + std::to_string(config->port.get());
-    EXPECT_TRUE(http->isRunning());
     EXPECT_EQ(http->allEndpoints(), std::vector<std::string>{address});
     const int port = static_cast<int>(config->port.get());
     {
         test::HttpClient client(port);
-        const auto spoken = client.request("GET", "/v1/tts?text=hello");
-        ASSERT_TRUE(spoken);
-        EXPECT_EQ(spoken->status, 200);
-        EXPECT_EQ(spoken->headers.at("x-zepho-result"), "ok");
-        const auto same = client.request("GET", "/v1/tts?text=hello", "",
-                                         "If-None-Match: " + spoken->headers.at("etag") + "\r\n");
-        ASSERT_TRUE(same);
-        EXPECT_EQ(same->status, 304);
-        EXPECT_EQ(same->headers.at("content-length"), "0");
-        const auto next = client.request("GET", "/v1/none");
-        ASSERT_TRUE(next) << "the stream is in step after a 304";
-        EXPECT_EQ(next->status, 404);
+        const std::string etag = client.request("GET", "/v1/tts?text=hello")->headers.at("etag");
+        const auto same =
+            client.request("GET", "/v1/tts?text=hello", "", "If-None-Match: " + etag + "\r\n");
+        EXPECT_EQ(same.value().status, 304);
+        EXPECT_EQ(client.request("GET", "/v1/none").value().status, 404)
+            << "the stream is in step after a 304";
     }
     http->start();
     EXPECT_TRUE(http->isRunning()) << "a start takes the place of the server before";

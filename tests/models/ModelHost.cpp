@@ -1,5 +1,6 @@
 #include "tests/models/ModelHost.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include <arpa/inet.h>
@@ -66,11 +67,16 @@ ModelHost::Handler ModelHost::serving(std::string body) {
     };
 }
 
-ModelHost::Handler ModelHost::status(int status, const std::string& body) {
-    return [status, body](const httplib::Request&, httplib::Response& response) {
-        response.status = status;
-        response.body = body;
-    };
+void RawPeer::readBody() {
+    const std::size_t length = requestHead.find("Content-Length: ");
+    if (length == std::string::npos) return;
+    std::string piece(65536, '\0');
+    std::size_t left = std::stoul(requestHead.substr(length + 16));
+    while (left > 0) {
+        const ssize_t got = ::recv(fd, piece.data(), std::min(left, piece.size()), 0);
+        if (got <= 0) return;
+        left -= static_cast<std::size_t>(got);
+    }
 }
 
 bool RawPeer::send(const std::string& bytes) {
@@ -83,9 +89,13 @@ bool RawPeer::send(const std::string& bytes) {
     return true;
 }
 
+void RawPeer::endSending() {
+    ::shutdown(fd, SHUT_WR);
+}
+
 void RawPeer::waitUntilGone() {
-    char byte = 0;
-    while (::recv(fd, &byte, 1, 0) > 0) continue;
+    std::string unread(65536, '\0');
+    while (::recv(fd, unread.data(), unread.size(), 0) > 0) continue;
 }
 
 void RawPeer::resetOnClose() {

@@ -60,7 +60,6 @@ public:
 
     // Serves a body, honouring ranges.
     static Handler serving(std::string body);
-    static Handler status(int status, const std::string& body = "no");
 
 private:
     void run(const std::string& scheme, Handler handler);
@@ -79,8 +78,11 @@ public:
     RawPeer(int socket, std::string head) : fd(socket), requestHead(std::move(head)) {}
 
     [[nodiscard]] const std::string& request() const { return requestHead; }
+    // Reads the request's body, as long as its head says.
+    void readBody();
     // False when the other side has gone.
     bool send(const std::string& bytes);
+    void endSending();
     void waitUntilGone();
     // Ends the connection with an error instead of an orderly end.
     void resetOnClose();

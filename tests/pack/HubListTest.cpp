@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include "core/diag/Language.h"
 #include "core/pack/HubList.h"
 
 namespace zepho {
@@ -26,22 +25,21 @@ TEST(HubList, readsEveryFieldOfAShare) {
         "size": 5000000000, "downloads": 12, "createdAt": "2025-11-02 08:15:00",
         "url": "https://x.example/g.cln", "more": [1, {"a": null}]}]})");
     ASSERT_TRUE(result.ok);
-    ASSERT_EQ(result.items.size(), 1U);
-    const HubItem expected{"s-1",
-                           "kano",
-                           "Gate \"A\"",
-                           "ja",
-                           "female",
-                           3,
-                           7,
-                           "夜間",
-                           "0.3.26220",
-                           "g.cln",
-                           5000000000,
-                           12,
-                           moment(2025, 11, 2, 8h + 15min),
-                           "https://x.example/g.cln"};
-    EXPECT_EQ(result.items[0], expected);
+    const HubItem expected{.id = "s-1",
+                           .userId = "kano",
+                           .title = "Gate \"A\"",
+                           .language = "ja",
+                           .gender = "female",
+                           .voices = 3,
+                           .bindings = 7,
+                           .note = "夜間",
+                           .appVersion = "0.3.26220",
+                           .fileName = "g.cln",
+                           .size = 5000000000,
+                           .downloads = 12,
+                           .createdAt = moment(2025, 11, 2, 8h + 15min),
+                           .url = "https://x.example/g.cln"};
+    EXPECT_EQ(result.items, std::vector{expected});
 }
 
 TEST(HubList, leavesOutWhatIsNoShareAndKeepsTheOrder) {
@@ -69,69 +67,42 @@ TEST(HubList, leavesOutWhatIsNoShareAndKeepsTheOrder) {
 TEST(HubList, tellsALackOfSharesFromAFailure) {
     const std::string unreadable = "Could not read the hub service's response";
     const std::string reported = "The hub service reported an error";
-    const struct {
-        std::string reply;
-        bool ok;
-        std::string error;
-    } rows[] = {
-        {R"({"ok":true})", true, ""},
-        {R"({"ok":true,"items":{"id":"a","url":"u"}})", true, ""},
-        {R"({"ok":true,"items":[],"error":"old news"})", true, ""},
-        {"", false, unreadable},
-        {"<html>502</html>", false, unreadable},
-        {R"([{"id":"a","url":"u"}])", false, unreadable},
-        {R"({"ok":true,"items":[{"id":"a","url":"u"})", false, unreadable},
-        {std::string(100000, '['), false, unreadable},
-        {R"({"items":[{"id":"a","url":"u"}]})", false, reported},
-        {R"({"ok":null})", false, reported},
-        {R"({"ok":false,"error":""})", false, reported},
-        {R"({"ok":false,"error":["x"]})", false, reported},
-        {R"({"ok":false,"error":"closed on Sundays","items":[{"id":"a","url":"u"}]})", false,
-         "closed on Sundays"},
+    const std::pair<std::string, std::string> rows[] = {
+        {R"({"ok":true})", ""},
+        {R"({"ok":true,"items":{"id":"a","url":"u"},"error":"old news"})", ""},
+        {"", unreadable},
+        {R"([{"id":"a","url":"u"}])", unreadable},
+        {std::string(100000, '['), unreadable},
+        {R"({"items":[{"id":"a","url":"u"}]})", reported},
+        {R"({"ok":false,"error":["x"]})", reported},
+        {R"({"ok":false,"error":"closed","items":[{"id":"a","url":"u"}]})", "closed"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.reply.substr(0, 80));
-        const HubResult result = hubParseList(row.reply);
-        EXPECT_EQ(result.ok, row.ok);
-        EXPECT_EQ(result.error, row.error);
+    for (const auto& [reply, error] : rows) {
+        const HubResult result = hubParseList(reply);
+        EXPECT_EQ(result.ok, error.empty());
+        EXPECT_EQ(result.error, error);
         EXPECT_TRUE(result.items.empty());
     }
-    setUiLang(UiLang::ja);
-    EXPECT_EQ(hubParseList("{}").error, "クラウド共有サービスでエラーが発生しました");
-    setUiLang(UiLang::en);
 }
 
 TEST(HubList, readsDatesInTheirThreeForms) {
     const WallTime second = moment(2025, 11, 2, 8h + 15min);
-    const struct {
-        std::string text;
-        std::optional<WallTime> time;
-    } rows[] = {
-        {"2025-11-02T08:15:00.250Z", second + 250ms},
+    const std::pair<std::string, std::optional<WallTime>> rows[] = {
         {"2025-11-02T17:15:00.5+09:00", second + 500ms},
-        {"2025-11-02T08:15:00.000001Z", second + 1us},
         {"2025-11-02T08:15:00.9999999999999999999999Z", second + 999999999ns},
         {"2025-11-02T08:15:00Z", second},
-        {"2025-11-02T03:15:00-05:00", second},
         {"2025-11-02 08:15:00", second},
         {"1969-12-31T23:59:59.750Z", WallTime(-250ms)},
-        {"", {}},
         {"2025-11-02T08:15:00", {}},
         {"2025-11-02T08:15:00.Z", {}},
         {"2025-11-02T08:15:00.2x5Z", {}},
-        {"2025-11-02T08:15:00.250", {}},
-        {"2025-11-02 08:15:00Z", {}},
-        {"2025-11-02 08:15:00.250", {}},
         {"2025-11-02 8:15:00", {}},
         {"2025-02-30 08:15:00", {}},
-        {"2025-11-02 24:15:00", {}},
-        {"2025-11-02", {}},
-        {"1762071300", {}},
         // The last second that the clock can tell, and a fraction that it cannot.
         {"2262-04-11T23:47:16.854775807Z", WallTime::max()},
         {"2262-04-11T23:47:16.999Z", {}},
     };
-    for (const auto& row : rows) EXPECT_EQ(parseIso(row.text), row.time) << row.text;
+    for (const auto& [text, time] : rows) EXPECT_EQ(parseIso(text), time) << text;
 }
 
 TEST(HubList, filtersWithoutRegardToCase) {
@@ -141,28 +112,17 @@ TEST(HubList, filtersWithoutRegardToCase) {
     item.userId = "Kanō";
     item.title = "Gate ÄB calls";
     item.note = "for Terminal 2";
-    const struct {
-        HubFilter filter;
-        bool matches;
-    } rows[] = {
-        {{}, true},
-        {{" \t\n\u3000", "", "", ""}, true},
-        {{"", "JA", "Female", "KANŌ"}, true},
-        {{"", "j", "", ""}, false},
-        {{"", "en", "female", ""}, false},
-        {{"", "ja", "male", ""}, false},
-        {{"", "ja", "female", "Kano"}, false},
-        {{"  äb CALLS\n", "", "", ""}, true},
-        {{"kanō", "", "", ""}, true},
-        {{"terminal", "", "", ""}, true},
-        {{"female", "", "", ""}, false},  // not a field that the text looks at
-        {{"gate  äb", "", "", ""}, false},
-        {{"terminal", "en", "", ""}, false},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.filter.matches(item), row.matches)
-            << row.filter.text << '|' << row.filter.language << '|' << row.filter.gender << '|'
-            << row.filter.userId;
+    const auto matches = [&item](const HubFilter& filter) { return filter.matches(item); };
+    EXPECT_TRUE(matches({}));
+    EXPECT_TRUE(matches({" \t\n\u3000", "JA", "Female", "KANŌ"}));
+    EXPECT_TRUE(matches({"  äb CALLS\n", "", "", ""}));
+    EXPECT_TRUE(matches({"kanō", "", "", ""}));
+    EXPECT_TRUE(matches({"terminal", "", "", ""}));
+    EXPECT_FALSE(matches({"female", "", "", ""})) << "not a field that the text looks at";
+    EXPECT_FALSE(matches({"gate  äb", "", "", ""}));
+    EXPECT_FALSE(matches({"", "j", "", ""}));
+    EXPECT_FALSE(matches({"", "ja", "male", ""}));
+    EXPECT_FALSE(matches({"", "ja", "female", "Kano"}));
 }
 
 HubItem share(const std::string& id, const std::string& title, const std::string& user,
@@ -199,10 +159,6 @@ TEST(HubList, arrangesByEachKeyAndThenById) {
 }
 
 TEST(HubList, collectsEachSpellingOnce) {
-    const std::vector<std::string> expected{"en", "JA"};
-    EXPECT_EQ(collectDistinct({"JA", "ja", "", "en"}), expected);
-    EXPECT_TRUE(collectDistinct({"", ""}).empty());
-
     std::vector<HubItem> items(4);
     items[0].language = "ZH";
     items[0].userId = "Zoë";

@@ -1,13 +1,9 @@
-// Two servers that play the hub. Both listen on a port of their own on this machine only, and run on
-// threads of their own until they go.
+// Plays the hub, on a port of its own on this machine only and on threads of its own.
 #pragma once
 
-#include <atomic>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace zepho::test {
@@ -53,43 +49,6 @@ public:
 private:
     struct Machine;
     const std::unique_ptr<Machine> machine;
-};
-
-// A server with bad manners: each connection gets the same bytes, whatever it asks.
-class RudeServer {
-public:
-    enum class Ending {
-        close,  // after the bytes, everything the client sent having been read
-        reset,
-        hold,   // goes on reading, and never says another word
-        stall,  // neither reads nor says another word
-        drip,   // one more byte now and then, until the client goes
-    };
-    struct Manners {
-        std::string bytes;
-        Ending ending = Ending::close;
-        // Otherwise the bytes go out as soon as the request's head is there.
-        bool readsBody = true;
-    };
-
-    explicit RudeServer(Manners how);
-    RudeServer(const RudeServer&) = delete;
-    RudeServer& operator=(const RudeServer&) = delete;
-    ~RudeServer();
-
-    [[nodiscard]] std::string address() const;
-
-private:
-    void serve();
-    void serveOne(int connection);
-    // Reads what is there, waiting a little; false at the end of the stream.
-    bool receive(int connection, std::string& into) const;
-
-    const Manners manners;
-    int listener = -1;
-    int port = 0;
-    std::atomic<bool> stopping{false};
-    std::thread thread;
 };
 
 }  // namespace zepho::test

@@ -1,3 +1,5 @@
+#include <cstdlib>
+
 #include <gtest/gtest.h>
 
 #include "core/pack/Deflate.h"
@@ -6,7 +8,6 @@
 #include "core/pack/ZipReader.h"
 #include "core/pack/ZipWriter.h"
 #include "core/platform/Files.h"
-#include "tests/pack/ForeignTools.h"
 #include "tests/pack/ZipForge.h"
 #include "tests/support/TempDir.h"
 
@@ -40,66 +41,32 @@ Bytes repeated(std::string_view text, int times) {
     return out;
 }
 
-TEST(Crc32, FollowsItsBitwiseDefinition) {
-    const auto slow = [](ByteView data) {
-        std::uint32_t crc = 0xFFFFFFFF;
-        for (const std::uint8_t byte : data) {
-            crc ^= byte;
-            for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? 0xEDB88320 : 0);
-        }
-        return ~crc;
-    };
-    EXPECT_EQ(crc32({}), 0U);
-    EXPECT_EQ(crc32(asBytes("123456789")), 0xCBF43926U);
-    const Bytes data = noise(5000);
-    for (const std::size_t size : {1U, 15U, 16U, 63U, 64U, 100U, 4999U})
-        EXPECT_EQ(crc32(ByteView(data).first(size)), slow(ByteView(data).first(size))) << size;
-}
-
 TEST(Inflate, GrowsBeyondAWrongClaimUpToItsBounds) {
-    const auto inflated = [](const Bytes& stream, std::uint64_t expected, std::uint64_t budget) {
-        return inflate(stream, expected, budget).size();
+    const auto inflated = [](const Bytes& stream, std::uint64_t expected) {
+        std::uint64_t plenty = std::uint64_t{1} << 30;
+        return inflate(stream, expected, plenty).size();
     };
-    const std::uint64_t plenty = std::uint64_t{1} << 30;
-    EXPECT_EQ(inflated({}, 10, plenty), 0U);
-    // A claim too low, right, too high, and one that fills the first buffer short of the end.
+    EXPECT_EQ(inflated({}, 10), 0U);
+    // A claim too low, right, and one that fills the first buffer short of the end.
     const Bytes zeros = *deflate(Bytes(100000));
-    for (const std::uint64_t claim : {0U, 1U, 50000U, 100000U, 100001U, 300000U})
-        EXPECT_EQ(inflated(zeros, claim, plenty), 100000U) << claim;
-
+    for (const std::uint64_t claim : {0U, 50000U, 100000U, 300000U})
+        EXPECT_EQ(inflated(zeros, claim), 100000U) << claim;
     // 1024 doubled seven times holds 131072 bytes, and a full last buffer counts as growing.
-    const Bytes most = test::zeroBomb(131071);
-    ASSERT_LT(most.size(), 256U) << "or the first capacity is above 1024";
-    EXPECT_EQ(inflated(most, 0, plenty), 131071U);
-    const std::string growing = "corrupt zip: inflate output kept growing";
-    EXPECT_EQ(zipErrorOf([&] { inflated(test::zeroBomb(131072), 0, plenty); }), growing);
-    EXPECT_EQ(inflated(test::zeroBomb(131072), 131072, plenty), 131072U);
-    EXPECT_EQ(zipErrorOf([&] { inflated(test::zeroBomb(200000), 1, plenty); }), growing);
-
-    // The budget: exactly enough, one byte short, and never below zero.
-    EXPECT_EQ(inflated(zeros, 100000, 100000), 100000U);
-    std::uint64_t budget = 99999;
-    EXPECT_EQ(zipErrorOf([&] { static_cast<void>(inflate(zeros, 100000, budget)); }), growing);
-    EXPECT_EQ(budget, 0U);
-    EXPECT_EQ(zipErrorOf([&] { static_cast<void>(inflate(zeros, 100000, budget)); }), growing);
-
+    EXPECT_EQ(inflated(test::zeroBomb(131071), 0), 131071U);
+    EXPECT_EQ(zipErrorOf([&] { inflated(test::zeroBomb(131072), 0); }),
+              "corrupt zip: inflate output kept growing");
     Bytes cut = *deflate(noise(5000));
     cut.resize(cut.size() / 2);
-    EXPECT_EQ(zipErrorOf([&] { inflated(cut, 5000, plenty); }), "corrupt zip: inflate failed");
-    EXPECT_EQ(zipErrorOf([&] { inflated(toBytes("\x07junk"), 5, plenty); }),
-              "corrupt zip: inflate failed");
+    EXPECT_EQ(zipErrorOf([&] { inflated(cut, 5000); }), "corrupt zip: inflate failed");
 }
 
 TEST(ZipWriter, StoresWhatDoesNotShrinkAndReadsBack) {
-    ZipWriter writer;
     const Bytes text = repeated("Flight CA123 is now boarding. ", 400);
-    const Bytes dense = noise(3000);
-    writer.add("空港/音声.wav", text);
-    writer.add("noise", dense);
-    writer.add("empty", {});
-    writer.add("one", asBytes("x"));
-    writer.add("noise", asBytes("later"));
-    writer.add("folder/", {});
+    const std::vector<ZipEntry> entries{
+        {"空港/音声.wav", text}, {"noise", noise(3000)},      {"empty", {}},
+        {"one", toBytes("x")},   {"noise", toBytes("later")}, {"folder/", {}}};
+    ZipWriter writer;
+    for (const ZipEntry& entry : entries) writer.add(entry.name, entry.data);
     const Bytes archive = writer.finish();
 
     // Methods as the directory tells them, in the order of adding.
@@ -117,45 +84,24 @@ TEST(ZipWriter, StoresWhatDoesNotShrinkAndReadsBack) {
     EXPECT_EQ(reader.read("空港/音声.wav"), text);
     EXPECT_EQ(reader.read("noise"), toBytes("later"));
     EXPECT_EQ(reader.read("empty"), Bytes());
-    EXPECT_TRUE(reader.contains("one"));
     EXPECT_FALSE(reader.contains("One"));
-
-    ZipWriter prepared;
-    for (const auto& [name, data] : std::vector<ZipEntry>{{"空港/音声.wav", text},
-                                                          {"noise", dense},
-                                                          {"empty", {}},
-                                                          {"one", toBytes("x")},
-                                                          {"noise", toBytes("later")},
-                                                          {"folder/", {}}})
-        prepared.add(packEntry({name, data}));
-    EXPECT_EQ(prepared.finish(), archive) << "packing entries apart gives the same archive";
     EXPECT_EQ(readError(archive, "One"), "corrupt zip: no entry One");
 
-    writer.add("more", asBytes("after finish"));
-    EXPECT_EQ(asText(ZipReader(writer.finish()).read("more")), "after finish");
-
-    // The same archive, taken out part by part.
+    // Entries that were packed apart, and an archive that is taken out part by part, give the same.
     ZipWriter emptied;
     Bytes parts;
     Bytes part = toBytes("of something else");
-    for (const auto& [name, data] :
-         std::vector<ZipEntry>{{"空港/音声.wav", text}, {"noise", dense}, {"empty", {}}}) {
-        emptied.add(name, data);
+    for (const ZipEntry& entry : entries) {
+        emptied.add(packEntry(entry));
+        if (entry.name == "one") continue;
         emptied.takeOut(part);
         appendBytes(parts, part);
     }
-    emptied.add("one", asBytes("x"));
-    emptied.add("noise", asBytes("later"));
-    emptied.add("folder/", {});
     static_cast<void>(emptied.finish());
     emptied.takeOut(part);
     appendBytes(parts, part);
     EXPECT_EQ(parts, archive);
-
-    ZipWriter none;
-    const Bytes bare = none.finish();
-    EXPECT_EQ(bare.size(), 22U);
-    EXPECT_TRUE(ZipReader(bare).names().empty());
+    EXPECT_EQ(ZipWriter().finish().size(), 22U);
 }
 
 // Only what deflate could not shrink anyhow goes without an attempt at it.
@@ -167,40 +113,15 @@ TEST(ZipWriter, SparesItselfTheAttemptAtNoiseOnly) {
         return data;
     };
     EXPECT_TRUE(looksLikeNoise(noise(size)));
-    EXPECT_TRUE(looksLikeNoise(noise(66000, 7)));
-    // Too little to know; some that is even; values that are all alike only over the whole; what
-    // comes again within the codec's reach.
+    // Too little to know; values that are all alike only over the whole; what comes again within the
+    // codec's reach; and some that is even.
     const std::vector<Bytes> others{
-        noise(3000), Bytes(size), with([](Bytes& data, std::size_t i) {
-            if (i > size - 4000) data[i] = 0;
-        }),
+        noise(3000),
         with([](Bytes& data, std::size_t i) { data[i] = data[i] / 2 + (i < size / 2 ? 0 : 128); }),
-        with([](Bytes& data, std::size_t i) {
-            if (i >= 6000) data[i] = data[i - 6000];
-        })};
+        with([](Bytes& data, std::size_t i) { data[i] = data[i < 6000 ? i : i - 6000]; }),
+        with([](Bytes& data, std::size_t i) { data[i] = i > size - 4000 ? 0 : data[i]; })};
     for (const Bytes& data : others) EXPECT_FALSE(looksLikeNoise(data));
-    for (const Bytes& data : {noise(size), others[2], others[3], others[4]}) {
-        const std::optional<Bytes> packed = deflate(data);
-        EXPECT_EQ(packEntry({"a", data}).method,
-                  packed && packed->size() < data.size() ? zip::deflated : zip::stored);
-    }
-    EXPECT_EQ(packEntry({"a", others[2]}).method, zip::deflated);
-}
-
-TEST(ZipWriterDeathTest, StopsAtWhatTheFormatCannotHold) {
-    EXPECT_DEATH(
-        {
-            ZipWriter writer;
-            writer.add(std::string(65536, 'n'), {});
-        },
-        "16 bits");
-    EXPECT_DEATH(
-        {
-            ZipWriter writer;
-            for (int i = 0; i <= 65535; ++i) writer.add("n", {});
-            static_cast<void>(writer.finish());
-        },
-        "16 bits");
+    EXPECT_EQ(packEntry({"a", others.back()}).method, zip::deflated);
 }
 
 TEST(ZipReader, FindsTheEndRecordWithinReach) {
@@ -211,10 +132,8 @@ TEST(ZipReader, FindsTheEndRecordWithinReach) {
     for (const std::size_t length : {0U, 100U, 65535U, 65536U})
         EXPECT_EQ(asText(ZipReader(archive(length)).read("a")), "data") << length;
     EXPECT_EQ(openError(archive(65537)), "not a zip archive") << "65559 bytes from the end";
-    EXPECT_EQ(openError(Bytes()), "not a zip archive");
     const Bytes bare = forgeZip({});
     EXPECT_EQ(openError(Bytes(bare.begin(), bare.end() - 1)), "not a zip archive");
-    EXPECT_EQ(openError(noise(22)), "not a zip archive");
     EXPECT_EQ(zipErrorOf([] { ZipReader reader(std::string("/no/such/file")); }),
               "not a zip archive");
 
@@ -256,7 +175,6 @@ TEST(ZipReader, RefusesDamageWithItsText) {
     const std::string badEntry = "corrupt zip: bad central directory entry";
     EXPECT_EQ(openError(forgeZip({good}, {65535, {}, {}})), badEntry);
     EXPECT_EQ(openError(forgeZip({good}, {{}, 0xFFFFFFFF, {}})), badEntry);
-    EXPECT_EQ(openError(forgeZip({good}, {{}, 1, {}})), badEntry);
     Bytes longName = forgeZip({good});
     longName[longName.size() - 22 - 1 - 46 + 29] = 0x7F;
     EXPECT_EQ(openError(longName), "corrupt zip: truncated central directory");
@@ -265,8 +183,6 @@ TEST(ZipReader, RefusesDamageWithItsText) {
     EXPECT_EQ(readError(with([](auto& e) { e.offset = 1; }), "a"), badLocal);
     EXPECT_EQ(readError(with([](auto& e) { e.offset = 0xFFFFFFFF; }), "a"), badLocal);
     EXPECT_EQ(readError(with([](auto& e) { e.csize = 5000; }), "a"),
-              "corrupt zip: truncated data for a");
-    EXPECT_EQ(readError(with([](auto& e) { e.csize = 0xFFFFFFFF; }), "a"),
               "corrupt zip: truncated data for a");
     EXPECT_EQ(readError(with([](auto& e) { e.method = 12; }), "a"),
               "corrupt zip: unsupported compression method 12 for a");
@@ -302,16 +218,7 @@ TEST(ZipReader, RefusesBombsBeforeTheyBurst) {
     EXPECT_EQ(zipErrorOf([&] { ZipReader(bomb(600U << 20)).refuseBombs(512U << 20); }),
               "corrupt zip: the entries claim more than 512 MB");
 
-    // Many entries over one kernel: two whole copies, then one that begins inside another's data.
-    const Bytes kernel = test::zeroBomb(100000);
-    test::ForgedEntry copy{"c0", kernel, 8, 100000};
-    copy.offset = 0;
-    std::vector<test::ForgedEntry> copies{copy};
-    for (int i = 1; i < 50; ++i)
-        copies.push_back(
-            {"c" + std::to_string(i), {}, 8, 100000, static_cast<std::uint32_t>(kernel.size()), 0});
-    EXPECT_EQ(zipErrorOf([&] { ZipReader(forgeZip(copies)).refuseBombs(512U << 20); }),
-              "corrupt zip: overlapping entries");
+    // Entries over each other could be read many times each.
     const Bytes inner = forgeZip({{"inner", toBytes("data"), 0, 4}});
     const std::vector<test::ForgedEntry> nested{
         {"outer", inner, 0, static_cast<std::uint32_t>(inner.size())}, {"inner", {}, 0, 4, 4, 35}};
@@ -321,13 +228,13 @@ TEST(ZipReader, RefusesBombsBeforeTheyBurst) {
 }
 
 // Python takes names without the UTF-8 flag as code page 437, which loses nothing.
-constexpr std::string_view describeFirstEntry = R"py(
+constexpr std::string_view checkFirstEntry = R"py(
 import sys, zipfile
 archive = zipfile.ZipFile(sys.argv[1])
 entry = archive.infolist()[0]
 assert archive.testzip() is None
-print(entry.filename.encode('cp437').hex(), archive.read(entry).decode(), entry.create_version,
-      entry.flag_bits)
+assert entry.filename.encode('cp437').decode() == 'audio/\u97f3\u58f0-\u2460.wav'
+assert (archive.read(entry), entry.create_version, entry.flag_bits) == (b'named', 20, 0)
 )py";
 
 constexpr std::string_view packAudio = R"py(
@@ -349,11 +256,10 @@ protected:
         }
         files.push_back({"audio/empty.txt", {}});
     }
-    [[nodiscard]] test::ToolResult run(const std::string& command) const {
-        return test::runTool("cd " + dir.path() + " && " + command);
+    [[nodiscard]] bool run(const std::string& command) const {
+        return std::system(("cd " + dir.path() + " && (" + command + ") >output").c_str()) == 0;
     }
-    [[nodiscard]] test::ToolResult runPython(std::string_view script,
-                                             const std::string& argument) const {
+    [[nodiscard]] bool runPython(std::string_view script, const std::string& argument) const {
         saveFileBytes(dir.file("script.py"), asBytes(script));
         return run(ZEPHO_PYTHON " script.py " + argument);
     }
@@ -366,24 +272,21 @@ TEST_F(ForeignToolsTest, ReadWhatWeWrite) {
     ZipWriter writer;
     for (const ZipEntry& file : files) writer.add(file.name, file.data);
     saveFileBytes(dir.file("ours.cln"), writer.finish());
-    for (const std::string command : {ZEPHO_UNZIP " -t ours.cln", ZEPHO_UNZIP " -q ours.cln -d out",
-                                      ZEPHO_ZIP " -T ours.cln"}) {
-        const auto result = run(command);
-        EXPECT_EQ(result.status, 0) << command << "\n" << result.output;
-    }
+    for (const std::string command :
+         {ZEPHO_UNZIP " -t ours.cln", ZEPHO_UNZIP " -q ours.cln -d out", ZEPHO_ZIP " -T ours.cln"})
+        EXPECT_TRUE(run(command)) << command;
     for (const ZipEntry& file : files)
         EXPECT_EQ(loadFileBytes(dir.file("out/" + file.name)), file.data) << file.name;
 
     ZipWriter named;
     named.add("audio/音声-①.wav", asBytes("named"));
     saveFileBytes(dir.file("named.cln"), named.finish());
-    EXPECT_EQ(runPython(describeFirstEntry, "named.cln").output,
-              "617564696f2fe99fb3e5a3b02de291a02e776176 named 20 0\n");
+    EXPECT_TRUE(runPython(checkFirstEntry, "named.cln"));
 }
 
 TEST_F(ForeignToolsTest, WriteWhatWeRead) {
     for (const ZipEntry& file : files) saveFileBytes(dir.file(file.name), file.data);
-    const std::pair<std::string, test::ToolResult> archives[] = {
+    const std::pair<std::string, bool> archives[] = {
         {"deflated.zip", run(ZEPHO_ZIP " -q -6 -r deflated.zip audio")},
         {"comment.zip", run("echo comment | " ZEPHO_ZIP " -q -0 -z -r comment.zip audio")},
         {"sizes-behind.zip", run(ZEPHO_ZIP " -q -r - audio | cat >sizes-behind.zip")},
@@ -392,7 +295,7 @@ TEST_F(ForeignToolsTest, WriteWhatWeRead) {
         {"python.zip", runPython(packAudio, "python.zip")},
     };
     for (const auto& [name, made] : archives) {
-        ASSERT_EQ(made.status, 0) << name << "\n" << made.output;
+        ASSERT_TRUE(made) << name;
         const ZipReader reader(dir.file(name));
         for (const ZipEntry& file : files)
             EXPECT_EQ(reader.read(file.name), file.data) << name << " " << file.name;

@@ -1,20 +1,22 @@
 #include <atomic>
 #include <future>
 #include <latch>
-#include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "core/diag/AppLog.h"
 #include "core/service/SynthQueue.h"
+#include "tests/support/ScriptedEngine.h"
 
 namespace zepho {
 namespace {
 
 constexpr std::int64_t plenty = 60000;
 
+// Speaks as a function tells.
 class TestEngine : public TtsEngine {
 public:
     using Speak = std::function<PcmBuffer(const S2Params&)>;
@@ -33,360 +35,255 @@ private:
     Speak speak;
 };
 
-// Audio that tells which line it belongs to.
-PcmBuffer audioOf(const std::string& text) {
-    return {{static_cast<float>(text.size())}, 8000};
-}
-
-S2Params line(const std::string& text) {
-    S2Params params;
-    params.text = text;
-    return params;
-}
-
 std::shared_ptr<SynthQueue> makeQueue(std::int64_t limit, TestEngine::Speak speak) {
     auto engine = std::make_shared<TestEngine>(std::move(speak));
     return std::make_shared<SynthQueue>(limit, [engine] { return engine; });
 }
 
-// An engine whose every line stops until it is let go, and which notes the order of the lines.
-class Gate {
-public:
-    TestEngine::Speak speak() {
-        return [this](const S2Params& params) {
-            {
-                const std::lock_guard guard(lock);
-                spoken.push_back(params.text);
-            }
-            entered.raise();
-            EXPECT_TRUE(open.tryAcquireFor(std::chrono::milliseconds(plenty)));
-            return audioOf(params.text);
-        };
-    }
-    void awaitEntry() { ASSERT_TRUE(entered.tryAcquireFor(std::chrono::milliseconds(plenty))); }
-    void letGo(int lines) {
-        for (int i = 0; i < lines; ++i) open.raise();
-    }
-    std::vector<std::string> order() {
-        const std::lock_guard guard(lock);
-        return spoken;
-    }
-
-private:
-    Semaphore entered;
-    Semaphore open;
-    std::mutex lock;
-    std::vector<std::string> spoken;
-};
-
 // What a submit() ended in: the error's code, or none.
 struct Ending {
     TtsErrorCode code = TtsErrorCode::none;
     std::string message;
-    PcmBuffer pcm;
 };
 
 Ending submitNow(SynthQueue& queue, const std::string& text,
                  TtsPriority priority = TtsPriority::normal, std::int64_t timeoutMs = plenty,
                  LateCallback onLate = {}) {
+    S2Params params;
+    params.text = text;
     try {
-        SynthOutcome outcome =
-            queue.submit(line(text), VoiceHint(), priority, timeoutMs, std::move(onLate));
-        return {TtsErrorCode::none, "", std::move(outcome.pcm)};
+        (void)queue.submit(params, VoiceHint(), priority, timeoutMs, std::move(onLate));
+        return {};
     } catch (const TtsError& error) {
-        return {error.code, error.message, {}};
+        return {error.code, error.message};
     }
 }
 
-// Submits on a thread of its own and returns when the line stands in the queue.
-std::future<Ending> submitBehind(const std::shared_ptr<SynthQueue>& queue, const std::string& text,
-                                 TtsPriority priority = TtsPriority::normal) {
-    const std::int64_t before = queue->depth();
-    auto ending = std::async(std::launch::async,
-                             [queue, text, priority] { return submitNow(*queue, text, priority); });
-    while (queue->depth() == before) std::this_thread::yield();
-    return ending;
-}
+// A queue whose engine holds each line until it is let out; the first one is inside already.
+class GatedSynthQueue : public testing::Test {
+protected:
+    GatedSynthQueue() {
+        AppLog::clear();
+        engine->closeGate();
+        submitBehind("occupying");
+        engine->waitForCalls(1);
+    }
+    ~GatedSynthQueue() override { engine->openGate(); }
 
-// Occupies the worker with a line that stops at the gate.
-std::future<Ending> occupy(const std::shared_ptr<SynthQueue>& queue, Gate& gate) {
-    auto ending =
-        std::async(std::launch::async, [queue] { return submitNow(*queue, "occupying"); });
-    gate.awaitEntry();
-    return ending;
-}
+    // Submits on a thread of its own and returns when the line stands in the queue or runs.
+    void submitBehind(const std::string& text, TtsPriority priority = TtsPriority::normal) {
+        endings.push_back(std::async(std::launch::async, [this, text, priority] {
+            return submitNow(*queue, text, priority);
+        }));
+        const auto held = static_cast<std::int64_t>(endings.size());
+        while (queue->depth() + (queue->busy() ? 1 : 0) < held) std::this_thread::yield();
+    }
+    std::vector<std::string> spoken() const {
+        std::vector<std::string> texts;
+        for (const S2Params& line : engine->calls()) texts.push_back(line.text);
+        return texts;
+    }
 
-TEST(SynthQueue, LimitCountsWaitingLinesOfBothPriorities) {
-    Gate gate;
-    const auto queue = makeQueue(2, gate.speak());
-    auto running = occupy(queue, gate);
-    EXPECT_TRUE(queue->busy());
-    EXPECT_EQ(queue->depth(), 0);
-    auto first = submitBehind(queue, "a");
-    auto second = submitBehind(queue, "bb", TtsPriority::high);
+    std::shared_ptr<test::ScriptedEngine> engine = std::make_shared<test::ScriptedEngine>();
+    std::shared_ptr<SynthQueue> queue =
+        std::make_shared<SynthQueue>(3, [engine = engine] { return engine; });
+    std::vector<std::future<Ending>> endings;
+};
 
-    std::atomic<int> lateCalls{0};
-    const Ending refused = submitNow(*queue, "ccc", TtsPriority::high, plenty,
-                                     [&](PcmBuffer, std::int64_t) { ++lateCalls; });
+TEST_F(GatedSynthQueue, LimitCountsWaitingLinesAndHighPriorityOvertakesThem) {
+    EXPECT_EQ(queue->depth(), 0) << "the line that runs does not count";
+    submitBehind("1");
+    submitBehind("2");
+    submitBehind("high", TtsPriority::high);
+    const Ending refused = submitNow(*queue, "refused", TtsPriority::high);
     EXPECT_EQ(refused.code, TtsErrorCode::queueFull);
-    EXPECT_EQ(refused.message, "the synthesis queue is full (2 waiting), try again shortly");
-
+    EXPECT_EQ(refused.message, "the synthesis queue is full (3 waiting), try again shortly");
     // A lower limit refuses the next line and leaves those that wait.
     queue->limit = 1;
-    EXPECT_EQ(submitNow(*queue, "d").message,
+    EXPECT_EQ(submitNow(*queue, "refused").message,
               "the synthesis queue is full (1 waiting), try again shortly");
-    EXPECT_EQ(queue->depth(), 2);
-    queue->limit = 3;
-    auto third = submitBehind(queue, "eeee");
-    gate.letGo(4);
-    EXPECT_EQ(running.get().pcm.data, audioOf("occupying").data);
-    EXPECT_EQ(first.get().pcm.data, audioOf("a").data);
-    EXPECT_EQ(second.get().pcm.data, audioOf("bb").data);
-    EXPECT_EQ(third.get().pcm.data, audioOf("eeee").data);
-    EXPECT_EQ(lateCalls, 0);
-}
-
-TEST(SynthQueue, HighPriorityOvertakesWaitingLinesInOrder) {
-    Gate gate;
-    const auto queue = makeQueue(100, gate.speak());
-    std::vector<std::future<Ending>> endings;
-    endings.push_back(occupy(queue, gate));
-    std::vector<std::string> expected = {"occupying", "high 1", "high 2"};
-    for (int i = 0; i < 10; ++i) {
-        expected.push_back("normal " + std::to_string(i));
-        endings.push_back(submitBehind(queue, expected.back()));
-    }
-    endings.push_back(submitBehind(queue, "high 1", TtsPriority::high));
-    endings.push_back(submitBehind(queue, "high 2", TtsPriority::high));
-    gate.letGo(13);
+    EXPECT_EQ(queue->depth(), 3);
+    queue->limit = 5;
+    submitBehind("3");
+    submitBehind("high 2", TtsPriority::high);
+    engine->openGate();
     for (auto& ending : endings) EXPECT_EQ(ending.get().code, TtsErrorCode::none);
-    EXPECT_EQ(gate.order(), expected);
+    EXPECT_EQ(spoken(), (std::vector<std::string>{"occupying", "high", "high 2", "1", "2", "3"}));
 }
 
-TEST(SynthQueue, AbandonedLineRunsLaterAndCallsBackOnce) {
-    Gate gate;
-    const auto queue = makeQueue(2, gate.speak());
-    auto running = occupy(queue, gate);
-
+TEST_F(GatedSynthQueue, AbandonedLinesRunLaterAndCallBackOnceUnlessTheyFail) {
     struct Late {
-        std::vector<float> data;
+        std::size_t samples = 0;
         std::thread::id thread;
         bool busy = false;
     };
     std::promise<Late> late;
-    const Ending left = submitNow(
-        *queue, "given up", TtsPriority::normal, 1, [&](PcmBuffer pcm, std::int64_t elapsedMs) {
-            EXPECT_GE(elapsedMs, 0);
+    const Ending left =
+        submitNow(*queue, "given up", TtsPriority::normal, 1, [&](const PcmBuffer& pcm, auto) {
             // A second call would throw, and show in the log.
-            late.set_value({std::move(pcm.data), std::this_thread::get_id(), queue->busy()});
+            late.set_value({pcm.data.size(), std::this_thread::get_id(), queue->busy()});
         });
     EXPECT_EQ(left.code, TtsErrorCode::timeout);
     EXPECT_EQ(left.message, "the backend produced no audio after 1 ms");
-    EXPECT_EQ(queue->depth(), 1);
-    // It still takes up its place.
-    auto other = submitBehind(queue, "other");
+    std::atomic<int> failed{0};
+    submitNow(*queue, "failing", TtsPriority::normal, 0, [&](auto&&, auto) { ++failed; });
+    submitNow(*queue, "unlucky", TtsPriority::normal, 0,
+              [](auto&&, auto) { throw std::runtime_error("disk on fire"); });
+    // They still take up their places.
     EXPECT_EQ(submitNow(*queue, "one too many").code, TtsErrorCode::queueFull);
 
-    gate.letGo(3);
-    EXPECT_EQ(running.get().code, TtsErrorCode::none);
+    engine->letOut(2);
     const Late got = late.get_future().get();
-    EXPECT_EQ(got.data, audioOf("given up").data);
+    EXPECT_EQ(got.samples, test::toneOf(engine->toneMs, 1).data.size());
     EXPECT_NE(got.thread, std::this_thread::get_id());
     EXPECT_TRUE(got.busy);
-    EXPECT_EQ(other.get().code, TtsErrorCode::none);
-    EXPECT_EQ(gate.order(), (std::vector<std::string>{"occupying", "given up", "other"}));
-}
-
-TEST(SynthQueue, AbandonedLineThatFailsCallsNobody) {
-    std::latch entered(1);
-    std::latch callerLeft(1);
-    const auto queue = makeQueue(9, [&](const S2Params& params) -> PcmBuffer {
-        if (params.text == "after") return audioOf("after");
-        entered.count_down();
-        callerLeft.wait();
-        throw TtsError(TtsErrorCode::engineFailed, "broken");
-    });
-    std::atomic<int> lateCalls{0};
-    const Ending left = submitNow(*queue, "failing", TtsPriority::normal, 1,
-                                  [&](PcmBuffer, std::int64_t) { ++lateCalls; });
-    EXPECT_EQ(left.code, TtsErrorCode::timeout);
-    entered.wait();
-    callerLeft.count_down();
-    EXPECT_EQ(submitNow(*queue, "after").code, TtsErrorCode::none);
-    EXPECT_EQ(lateCalls, 0);
-}
-
-TEST(SynthQueue, FailuresReachTheCallerAndTheWorkerGoesOn) {
-    AppLog::clear();
-    std::atomic<bool> withEngine{true};
-    auto engine = std::make_shared<TestEngine>([](const S2Params& params) -> PcmBuffer {
-        if (params.text == "known") throw TtsError(TtsErrorCode::badAudio, "not audio");
-        if (params.text == "standard") throw std::runtime_error("out of paper");
-        if (params.text == "odd") throw 42;
-        return {};
-    });
-    SynthQueue queue(9, [&]() -> std::shared_ptr<TtsEngine> {
-        if (!withEngine) return nullptr;
-        return engine;
-    });
-    const Ending known = submitNow(queue, "known");
-    EXPECT_EQ(known.code, TtsErrorCode::badAudio);
-    EXPECT_EQ(known.message, "not audio");
-    const Ending standard = submitNow(queue, "standard");
-    EXPECT_EQ(standard.code, TtsErrorCode::engineFailed);
-    EXPECT_EQ(standard.message, "std::runtime_error: out of paper");
-    EXPECT_EQ(submitNow(queue, "odd").code, TtsErrorCode::engineFailed);
-
-    withEngine = false;
-    const Ending missing = submitNow(queue, "nobody");
-    EXPECT_EQ(missing.code, TtsErrorCode::engineNotConnected);
-    EXPECT_EQ(missing.message, "no engine available");
-    withEngine = true;
-    // Empty audio is the caller's matter.
-    const Ending empty = submitNow(queue, "empty");
-    EXPECT_EQ(empty.code, TtsErrorCode::none);
-    EXPECT_TRUE(empty.pcm.isEmpty());
-
-    const auto lines = AppLog::snapshot();
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[0].level, LogLevel::error);
-    EXPECT_EQ(lines[0].source, "queue");
-    EXPECT_EQ(lines[0].text,
-              "unexpected exception on the synthesis thread: std::runtime_error: out of paper");
-}
-
-TEST(SynthQueue, FailingLateCallbackIsLoggedAndTheWorkerGoesOn) {
-    AppLog::clear();
-    Gate gate;
-    const auto queue = makeQueue(9, gate.speak());
-    auto running = occupy(queue, gate);
-    const Ending left =
-        submitNow(*queue, "late", TtsPriority::normal, 0,
-                  [](PcmBuffer, std::int64_t) { throw std::runtime_error("disk on fire"); });
-    EXPECT_EQ(left.code, TtsErrorCode::timeout);
-    gate.letGo(3);
+    engine->waitForCalls(3);
+    engine->failing = true;
+    engine->letOut(1);
+    engine->waitForCalls(4);
+    engine->failing = false;
+    engine->openGate();
     EXPECT_EQ(submitNow(*queue, "next").code, TtsErrorCode::none);
+    EXPECT_EQ(spoken(),
+              (std::vector<std::string>{"occupying", "given up", "failing", "unlucky", "next"}));
+    EXPECT_EQ(failed, 0);
     const auto lines = AppLog::snapshot();
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_NE(lines[0].text.find("std::runtime_error: disk on fire"), std::string::npos);
 }
 
-TEST(SynthQueue, ShutdownDropsWaitingLinesAndFinishesTheRunningOne) {
-    Gate gate;
-    const auto queue = makeQueue(9, gate.speak());
-    auto running = occupy(queue, gate);
-    std::vector<std::future<Ending>> waiting;
-    for (int i = 0; i < 5; ++i) waiting.push_back(submitBehind(queue, "dropped"));
+TEST_F(GatedSynthQueue, ShutdownDropsWaitingLinesAndFinishesTheRunningOne) {
+    submitBehind("dropped");
+    submitBehind("dropped", TtsPriority::high);
     queue->shutdown();
     queue->shutdown();
-    // The running line is still held at the gate while all five end.
-    for (auto& ending : waiting) {
-        const Ending dropped = ending.get();
+    // The running line is still held at the gate while the others end.
+    for (std::size_t waiting = 1; waiting < endings.size(); ++waiting) {
+        const Ending dropped = endings[waiting].get();
         EXPECT_EQ(dropped.code, TtsErrorCode::engineNotConnected);
         EXPECT_EQ(dropped.message, "the service is shutting down; this request was dropped");
     }
     EXPECT_EQ(queue->depth(), 0);
     // Nothing is refused afterwards, and nothing is spoken.
     EXPECT_EQ(submitNow(*queue, "too late", TtsPriority::normal, 20).code, TtsErrorCode::timeout);
-    EXPECT_EQ(queue->depth(), 1);
-    gate.letGo(1);
-    EXPECT_EQ(running.get().pcm.data, audioOf("occupying").data);
+    engine->openGate();
+    EXPECT_EQ(endings[0].get().code, TtsErrorCode::none);
     EXPECT_EQ(submitNow(*queue, "too late", TtsPriority::normal, 20).code, TtsErrorCode::timeout);
-    EXPECT_EQ(gate.order(), std::vector<std::string>{"occupying"});
+    EXPECT_EQ(spoken(), std::vector<std::string>{"occupying"});
+}
+
+TEST(SynthQueue, FailuresReachTheCallerAndTheWorkerGoesOn) {
+    AppLog::clear();
+    auto engine = std::make_shared<TestEngine>([](const S2Params& params) -> PcmBuffer {
+        if (params.text == "known") throw TtsError(TtsErrorCode::badAudio, "not audio");
+        if (params.text == "standard") throw std::runtime_error("out of paper");
+        if (params.text == "odd") throw 42;
+        return {};
+    });
+    SynthQueue queue(9, [&]() -> std::shared_ptr<TtsEngine> { return engine; });
+    const auto expect = [&](const std::string& text, TtsErrorCode code, const std::string& words) {
+        const Ending ending = submitNow(queue, text);
+        EXPECT_EQ(ending.code, code);
+        EXPECT_EQ(ending.message, words);
+    };
+    expect("known", TtsErrorCode::badAudio, "not audio");
+    expect("standard", TtsErrorCode::engineFailed, "std::runtime_error: out of paper");
+    expect("odd", TtsErrorCode::engineFailed, "unknown type: not a standard exception");
+    expect("empty audio is the caller's matter", TtsErrorCode::none, "");
+    engine.reset();
+    expect("nobody", TtsErrorCode::engineNotConnected, "no engine available");
+    const auto lines = AppLog::snapshot();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].text,
+              "unexpected exception on the synthesis thread: std::runtime_error: out of paper");
 }
 
 TEST(SynthQueue, DroppingTheLastReferenceNeverWaitsForTheEngine) {
     // Idle: the worker has ended when the destructor returns.
     makeQueue(1, [](const S2Params&) { return PcmBuffer(); }).reset();
 
-    // Inside the engine: a line that its caller has left goes on by itself.
-    std::latch entered(1);
-    std::latch open(1);
-    std::promise<void> late;
-    auto queue = makeQueue(1, [&](const S2Params& params) {
-        entered.count_down();
-        open.wait();
-        return audioOf(params.text);
-    });
-    EXPECT_EQ(submitNow(*queue, "slow", TtsPriority::normal, 1,
-                        [&](PcmBuffer, std::int64_t) { late.set_value(); })
-                  .code,
-              TtsErrorCode::timeout);
-    entered.wait();
-    queue.reset();
-    open.count_down();
-    late.get_future().get();
+    // Inside the engine, where a line that its caller has left goes on by itself; and on the worker
+    // itself, in a late callback that holds the last reference.
+    for (const bool onTheWorker : {false, true}) {
+        std::latch entered(1);
+        std::latch open(1);
+        std::promise<void> late;
+        auto last = std::make_shared<std::shared_ptr<SynthQueue>>();
+        *last = makeQueue(1, [&](const S2Params&) {
+            entered.count_down();
+            open.wait();
+            return PcmBuffer();
+        });
+        submitNow(**last, "slow", TtsPriority::normal, 1, [last, &late](auto&&, auto) {
+            last->reset();
+            late.set_value();
+        });
+        entered.wait();
+        if (!onTheWorker) last->reset();
+        open.count_down();
+        late.get_future().get();
+        EXPECT_EQ(*last, nullptr);
+    }
+}
 
-    // On the worker itself: the late callback holds the last reference.
-    std::latch openAgain(1);
-    std::promise<void> gone;
-    auto last = std::make_shared<std::shared_ptr<SynthQueue>>();
-    *last = makeQueue(1, [&](const S2Params& params) {
-        openAgain.wait();
-        return audioOf(params.text);
-    });
-    EXPECT_EQ(submitNow(**last, "holding", TtsPriority::normal, 1,
-                        [last, &gone](PcmBuffer, std::int64_t) {
-                            last->reset();
-                            gone.set_value();
-                        })
-                  .code,
-              TtsErrorCode::timeout);
-    openAgain.count_down();
-    gone.get_future().get();
-    EXPECT_EQ(*last, nullptr);
+// At the very moment of its deadline a line is either left or answered, never both and never neither.
+TEST(SynthJob, IsNotLeftOnceItIsSettled) {
+    int late = 0;
+    SynthJob job({}, {}, TtsPriority::normal, [&](auto&&, auto) { ++late; });
+    job.succeed(test::toneOf(10, 1), 1);
+    EXPECT_FALSE(job.abandon());
+    EXPECT_FALSE(job.takeOutcome().pcm.isEmpty());
+    EXPECT_EQ(late, 0);
 }
 
 // Deadlines that fall on the very moment of settling: each line is answered once, by its caller's
 // return or by the late callback.
 TEST(SynthQueue, EachLineIsAnsweredExactlyOnce) {
-    constexpr int threads = 4;
-    constexpr int linesEach = 1500;
+    constexpr std::size_t threads = 4;
+    constexpr std::size_t linesEach = 1500;
     std::atomic<int> taken{0};
-    std::atomic<int> timedOut{0};
     std::atomic<int> late{0};
     std::vector<std::atomic<int>> answers(threads * linesEach);
-    {
-        const auto queue = makeQueue(1000000, [](const S2Params& params) {
-            const auto until =
-                std::chrono::steady_clock::now() + std::chrono::microseconds(params.seed);
-            while (std::chrono::steady_clock::now() < until) std::this_thread::yield();
-            return PcmBuffer{{static_cast<float>(params.topK)}, 8000};
-        });
-        const auto submitMany = [&](int thread) {
-            for (int i = 0; i < linesEach; ++i) {
-                const int number = thread * linesEach + i;
-                S2Params params;
-                params.topK = number;
-                params.seed = i % 4 == 0 ? 900 + i % 200 : 20;
-                try {
-                    const SynthOutcome outcome =
-                        queue->submit(params, VoiceHint(), TtsPriority::normal, i % 3,
-                                      [&, number](const PcmBuffer& pcm, std::int64_t) {
-                                          EXPECT_EQ(pcm.data, std::vector{float(number)});
-                                          ++answers[static_cast<std::size_t>(number)];
-                                          ++late;
-                                      });
-                    EXPECT_EQ(outcome.pcm.data, std::vector{float(number)});
-                    ++answers[static_cast<std::size_t>(number)];
-                    ++taken;
-                } catch (const TtsError& error) {
-                    EXPECT_EQ(error.code, TtsErrorCode::timeout);
-                    ++timedOut;
-                }
+    const auto queue = makeQueue(1000000, [](const S2Params& params) {
+        const auto until =
+            std::chrono::steady_clock::now() + std::chrono::microseconds(params.seed);
+        while (std::chrono::steady_clock::now() < until) std::this_thread::yield();
+        return PcmBuffer{{static_cast<float>(params.topK)}, 8000};
+    });
+    const auto submitMany = [&](std::size_t thread) {
+        for (std::size_t i = 0; i < linesEach; ++i) {
+            S2Params params;
+            params.topK = static_cast<int>(thread * linesEach + i);
+            params.seed = i % 4 == 0 ? 900 + static_cast<int>(i) % 200 : 20;
+            const auto answer = [&, topK = params.topK](const PcmBuffer& pcm) {
+                EXPECT_EQ(pcm.data, std::vector{static_cast<float>(topK)});
+                ++answers[static_cast<std::size_t>(topK)];
+            };
+            try {
+                answer(queue
+                           ->submit(params, VoiceHint(), TtsPriority::normal,
+                                    static_cast<std::int64_t>(i % 3),
+                                    [answer, &late](const PcmBuffer& pcm, auto) {
+                                        answer(pcm);
+                                        ++late;
+                                    })
+                           .pcm);
+                ++taken;
+            } catch (const TtsError& error) {
+                EXPECT_EQ(error.code, TtsErrorCode::timeout);
             }
-        };
-        std::vector<std::thread> callers;
-        for (int thread = 0; thread < threads; ++thread) callers.emplace_back(submitMany, thread);
-        for (std::thread& caller : callers) caller.join();
-        // Everything that was left behind stands before this line.
-        EXPECT_EQ(submitNow(*queue, "").code, TtsErrorCode::none);
-        // Not inside the line before, so that the destructor waits for the worker's end.
-        while (queue->busy()) std::this_thread::yield();
-    }
+        }
+    };
+    std::vector<std::thread> callers;
+    for (std::size_t thread = 0; thread < threads; ++thread)
+        callers.emplace_back(submitMany, thread);
+    for (std::thread& caller : callers) caller.join();
+    // Everything that was left behind stands before this line.
+    EXPECT_EQ(submitNow(*queue, "").code, TtsErrorCode::none);
+    // Not inside a line, so that the destructor waits for the worker's end.
+    while (queue->busy()) std::this_thread::yield();
     for (const auto& count : answers) EXPECT_EQ(count, 1);
-    EXPECT_EQ(late, timedOut);
-    EXPECT_EQ(taken + late, threads * linesEach);
+    EXPECT_EQ(static_cast<std::size_t>(taken + late), answers.size());
 }
 
 }  // namespace
