@@ -25,7 +25,7 @@ public:
         explicit Share(std::shared_ptr<BufferBudget> whole) : budget(std::move(whole)) {}
         Share(const Share&) = delete;
         Share& operator=(const Share&) = delete;
-        ~Share() { budget->taken.fetch_sub(size); }
+        ~Share() { shrink(0); }
 
         // Makes it this many bytes. False, and nothing changes, if that were too much for all.
         [[nodiscard]] bool grow(std::size_t bytes);

@@ -201,11 +201,16 @@ TEST(HttpServerLoadTest, FilesOfMemoryTakeAFewDescriptorsOnly) {
 
 TEST(HttpServerLoadTest, ABudgetIsKeptToTheByte) {
     const auto budget = std::make_shared<BufferBudget>(16);
-    BufferBudget::Share one(budget);
-    BufferBudget::Share other(budget);
-    EXPECT_TRUE(one.grow(10) && other.grow(6));
-    EXPECT_FALSE(other.grow(7));
-    EXPECT_EQ(budget->used(), 16U);
+    AppLog::clear();
+    for (int shortage = 0; shortage < 2; ++shortage) {
+        BufferBudget::Share one(budget);
+        BufferBudget::Share other(budget);
+        EXPECT_TRUE(one.grow(10) && other.grow(6));
+        EXPECT_FALSE(other.grow(7) || other.grow(8));
+        EXPECT_EQ(budget->used(), 16U);
+    }
+    // Once each, also when those who took it all have gone.
+    EXPECT_EQ(AppLog::snapshot().size(), 2U);
 }
 
 TEST(HttpServerLoadTest, AllRequestsTogetherStayWithinTheirBudget) {
