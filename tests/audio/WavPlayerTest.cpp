@@ -89,9 +89,7 @@ TEST_F(WavPlayerTest, PlaysToTheEndInRealTimeAndTellsTheMainThread) {
     EXPECT_EQ(player.durationMs(), 300);
 
     // The end of a clip may start the next one.
-    player.setOnFinished([this] {
-        EXPECT_TRUE(++finished == 3 || player.play(toneOf(20), 0));
-    });
+    player.setOnFinished([this] { EXPECT_TRUE(++finished == 3 || player.play(toneOf(20), 0)); });
     ASSERT_TRUE(player.play(toneOf(20), 0));
     runPostUntil([this] { return finished == 3; });
     EXPECT_EQ(player.durationMs(), 20);

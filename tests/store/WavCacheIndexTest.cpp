@@ -231,33 +231,6 @@ TEST(CacheIndex, DamagedIndexIsRecoveredFromTheBackup) {
     expectInvariants(cache);
 }
 
-TEST(CacheIndex, LinesAreReadLoosely) {
-    const TempDir home;
-    for (const char* key : {"a", "b", "c"})
-        writeFile(home.file(std::string(key) + ".wav"), asText(wavOfSize(100)));
-    writeFile(home.file("index.json"), R"({
-        "a": {"file": "a.wav", "voice": 12, "text": null, "language": {"text": "x"}, "speed": "0.5",
-              "sampleRate": 44100.9, "durationMs": "30", "bytes": 5, "extra": {"file": "c.wav"}},
-        "b": {"file": "b.wav"},
-        "gone": {"file": "gone.wav", "bytes": 1000}, "nameless": {"bytes": 1000},
-        "number": 5, "list": [{"file": "c.wav"}],
-        "c": {"file": "b.wav", "bytes": 1}, "c": {"file": "c.wav", "bytes": 7}})");
-    AppLog::clear();
-    const WavCache cache(home.path(), 0);
-    EXPECT_TRUE(warnings().empty());
-    const auto entries = cache.snapshot();
-    ASSERT_EQ(entries.size(), 3U);
-    EXPECT_EQ(entries.at("a").voiceId, "12");
-    EXPECT_EQ(entries.at("a").text, "");
-    EXPECT_EQ(entries.at("a").speed, 0.5F);
-    EXPECT_EQ(entries.at("a").sampleRate, 44100);
-    EXPECT_EQ(entries.at("a").durationMs, 30);
-    // Believed, whatever the file's size.
-    EXPECT_EQ(entries.at("a").bytes, 5);
-    EXPECT_EQ(entries.at("b").speed, 1.0F);
-    EXPECT_EQ(cache.stats().bytes, 12);
-}
-
 TEST(CacheIndex, HostileLinesReachNoOtherFileAndBreakNoSum) {
     const TempDir home;
     const std::string dir = home.file("cache/");
@@ -271,9 +244,20 @@ TEST(CacheIndex, HostileLinesReachNoOtherFileAndBreakNoSum) {
         "a": {"file": "a.wav", "bytes": 9223372036854775807, "sampleRate": 99999999999},
         "b": {"file": "b.wav", "bytes": 9223372036854775807, "durationMs": -5},
         "c": {"file": "c.wav", "bytes": -9223372036854775808, "speed": 1e300},
-        "d": {"file": "d.wav", "bytes": 1e30}})");
+        "d": {"file": "d.wav", "bytes": 1e30},
+        "gone": {"file": "gone.wav", "bytes": 1000}, "nameless": {"bytes": 1000},
+        "number": 5, "list": [{"file": "d.wav"}], "Loose": {"file": "a.wav", "bytes": 1},
+        "Loose": {"file": "d.wav", "voice": 12, "text": null, "language": {"text": "x"},
+                  "speed": "0.5", "sampleRate": 44100.9, "durationMs": "30", "bytes": 5,
+                  "extra": {"file": "c.wav"}}})");
     WavCache cache(dir, 0);
-    EXPECT_EQ(cache.stats().count, 4);
+    EXPECT_EQ(cache.stats().count, 5);
+    const CacheEntry loose = cache.snapshot()["Loose"];
+    EXPECT_EQ(loose.fileName + "|" + loose.voiceId + "|" + loose.text + "|" + loose.language,
+              "d.wav|12||");
+    EXPECT_EQ(loose.speed, 0.5F);
+    EXPECT_EQ(loose.sampleRate, 44100);
+    EXPECT_EQ(loose.durationMs, 30);
     for (const char* key : {"up", "dots", "down", "self"}) {
         EXPECT_FALSE(cache.tryGet(key));
         EXPECT_FALSE(cache.remove(key));
