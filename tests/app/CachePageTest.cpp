@@ -95,6 +95,7 @@ TEST_F(CachePageTest, DeletesWhatIsSelectedEvenOutOfSight) {
     EXPECT_EQ(table->selectedIds(), (std::set<std::string>{"K1", "K2"}));
     click(*page, "Delete");
     ASSERT_TRUE(eventually([&] { return label("cacheStatus") == "Deleted 2 cache entries"; }));
+    EXPECT_TRUE(eventually([&] { return table->selectedIds().empty(); }));
     EXPECT_EQ(state->service->cache.stats().count, 1);
     EXPECT_TRUE(state->service->cache.contains("K3"));
     EXPECT_FALSE(button(*page, "Delete")->isEnabled());
