@@ -218,6 +218,11 @@ TEST_F(HubPageTest, SharesAVoiceAndTakesItDown) {
     upload(row, "me", "Again");
     EXPECT_EQ(answerMessage().find("这份内容你已经分享过了:「Gates」\n"), 0U);
     EXPECT_EQ(state->config->hubDeleteKey("s-2"), "secret");
+    hub.answerTo("upload",
+                 {409, R"({"existingId":"x","existingTitle":"Gates","existingUser":"mio"})"});
+    upload(row, "me", "Again");
+    EXPECT_EQ(answerMessage().find("这份内容已经有人分享了:「Gates」(@mio)\n"), 0U);
+    EXPECT_EQ(state->config->hubSharesSnapshot().size(), 1U);
     hub.answerTo("delete", {500, ""});
     click(*page, "Unshare");
     EXPECT_EQ(answerMessage(), "把「berlin」从云分享里撤下来?");

@@ -222,5 +222,14 @@ TEST_F(SettingsPageTest, ChecksForUpdates) {
     EXPECT_EQ(opened, (std::vector<QString>{"https://d.example/z", "https://p.example/9"}));
 }
 
+TEST_F(SettingsPageTest, OpensTheFolderAndRestartsTheEngine) {
+    click(page(), "Models folder");
+    EXPECT_EQ(opened.back(), toQt(ZEPHOPaths::modelsDir()));
+    click(page(), "Engine log");
+    EXPECT_EQ(answerMessage().find("No engine log yet"), 0U);
+    click(page(), "Restart engine");
+    EXPECT_TRUE(eventually([&] { return button(page(), "Restart engine")->isEnabled(); }));
+}
+
 }  // namespace
 }  // namespace zepho::test

@@ -145,6 +145,21 @@ TEST(WavCache, RemoveAndClear) {
     expectInvariants(cache);
 }
 
+TEST(WavCache, DirectoryThatCannotBeWrittenIsAWarning) {
+    const TempDir home;
+    writeFile(home.file("file"), "in the way");
+    AppLog::clear();
+    WavCache cache(home.file("file/cache/"), 1000);
+    putClip(cache, "a", 100);
+    EXPECT_FALSE(cache.tryGet("a"));
+    // Nothing to write is no failure; the emptied cache is, and stays to be written.
+    cache.flush();
+    EXPECT_EQ(warnings().size(), 1U);
+    cache.clear();
+    cache.flush();
+    EXPECT_EQ(warnings().size(), 3U);
+}
+
 // Random operations against a list ordered by use.
 TEST(WavCache, AgreesWithASimpleModel) {
     struct Kept {
