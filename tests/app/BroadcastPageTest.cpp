@@ -2,7 +2,6 @@
 #include <QClipboard>
 #include <QMenu>
 
-#include "core/base/Text.h"
 #include "core/platform/Files.h"
 #include "tests/app/VoicePagesFixture.h"
 
@@ -55,9 +54,12 @@ TEST_F(BroadcastPageTest, BindsReplacesAndUnbinds) {
     typeLanguage(page, "xx");
     click(page, "Add");
     EXPECT_EQ(bound("ANA", "xx", TtsGender::female), bea);
-    type(page, "airline", "A:B");
-    click(page, "Add");
-    EXPECT_EQ(answerMessage(), "An airline code cannot contain a colon.");
+
+    // A copy takes the next free slot.
+    click(page, "Copy");
+    EXPECT_EQ(table(page).selectedId(), "ANA::default");
+    click(page, "Delete");
+    table(page).select("ANA:xx:female");
 
     // On disk, too.
     EXPECT_TRUE(eventually([] {
@@ -70,11 +72,8 @@ TEST_F(BroadcastPageTest, BindsReplacesAndUnbinds) {
     state->setLanguage(UiLang::en);
     EXPECT_EQ(table(page).selectedId(), "ANA:xx:female");
     EXPECT_EQ(control<QComboBox>(page, "language")->currentText(), "xx");
-    EXPECT_TRUE(control<QComboBox>(page, "voice")->currentText().startsWith("Bea"));
     click(page, "Delete");
     EXPECT_EQ(shown(page), "ANA 日本語 Female Bea\n");
-    EXPECT_TRUE(table(page).selectedIds().empty());
-    EXPECT_EQ(bound("ANA", "xx", TtsGender::female), "");
 }
 
 TEST_F(BroadcastPageTest, ABindingWhoseVoiceIsGone) {
@@ -86,58 +85,15 @@ TEST_F(BroadcastPageTest, ABindingWhoseVoiceIsGone) {
     const QAbstractItemModel* const model = control<QTableView>(page, "bindings")->model();
     EXPECT_EQ(model->index(1, 0).data(Qt::ToolTipRole).toString(),
               "Without this row: Aki (CA · Auto · Default)");
-    EXPECT_EQ(model->index(0, 0).data(Qt::ToolTipRole).toString(),
-              "Without this row: no other binding would serve.");
     table(page).select("CA:zh:male");
     click(page, "Copy");
     EXPECT_EQ(answerMessage(),
               "The voice this row points at is gone — pick one first, then duplicate.");
-    click(page, "Preview");
-    EXPECT_EQ(answerMessage().find("Synthesis failed: "), 0U);
     click(page, "Delete");
     EXPECT_EQ(shown(page), "CA Auto Default Aki\n");
     table(page).select("CA::default");
     click(page, "Preview");
     EXPECT_TRUE(eventually([&] { return state->playing; }));
-}
-
-TEST_F(BroadcastPageTest, AKeyThatOnlyAFileBringsCanBeDeleted) {
-    saveFileBytes(ZEPHOPaths::configFile(),
-                  asBytes(R"({"airlineVoices":{"ANA":" )" + addVoice("Aki") + R"( "}})"));
-    state->config->load();
-    state->reloadBindings();
-    Page& page = openPage(MainTab::broadcast);
-    EXPECT_EQ(shown(page), "ANA Auto Default Aki\n");
-    table(page).select("ANA");
-    click(page, "Delete");
-    EXPECT_EQ(shown(page), "");
-}
-
-TEST_F(BroadcastPageTest, CopiesToTheNextFreeSlotUntilNoneIsLeft) {
-    const std::string aki = addVoice("Aki");
-    // Free are two of the first language and one of the last.
-    for (const std::string& language : commonLanguages())
-        for (const TtsGender gender : allTtsGenders)
-            if (language != "zh" || gender == TtsGender::auto_)
-                state->config->setAirlineVoice("CA", language, gender, "v-other");
-    for (const TtsGender gender : {TtsGender::auto_, TtsGender::female})
-        state->config->setAirlineVoice("CA", "", gender, aki);
-    state->config->setAirlineVoice("CA", commonLanguages().back(), TtsGender::male, "");
-    state->reloadBindings();
-    Page& page = openPage(MainTab::broadcast);
-    table(page).select("CA::default");
-    for (const std::string next : {"CA::male", "CA:zh:female", "CA:zh:male", "CA:hu:male"}) {
-        click(page, "Copy");
-        EXPECT_EQ(table(page).selectedId(), next);
-        EXPECT_EQ(status(page).find("已复制成 CA · "), 0U) << status(page);
-    }
-    EXPECT_EQ(bound("CA", "hu", TtsGender::male), aki);
-    const auto before = state->config->airlinesSnapshot();
-    click(page, "Copy");
-    EXPECT_EQ(answerMessage(),
-              "CA 常用的语言和性别都绑满了,没地方放这条复制。\n"
-              "To add another language, type its code below and press Add.");
-    EXPECT_EQ(state->config->airlinesSnapshot(), before);
 }
 
 TEST_F(BroadcastPageTest, RowsGoThroughTheClipboardAsText) {
@@ -164,8 +120,6 @@ TEST_F(BroadcastPageTest, RowsGoThroughTheClipboardAsText) {
     paste("CES\tzh\tfemale\tBea\nCES\tzh\trobot\tBea\n");
     EXPECT_EQ(answerMessage(),
               "The pasted text has faults, so nothing was bound:\nLine 2: not a gender: robot");
-    paste("");
-    EXPECT_EQ(answerMessage().find("There are no bindings on the clipboard."), 0U);
     paste("CES\tzh\tfemale\tBea\nANA\tja\tmale\tBea");
     EXPECT_EQ(answerMessage("Cancel"),
               "Pasting replaces the voice of 1 existing binding(s). Continue?");
@@ -212,8 +166,6 @@ TEST_F(BroadcastPageTest, APackGoesToAnotherDataRoot) {
         chooseInDialog({toQt(path)});
     };
     import(files.file("all.cln"));
-    ASSERT_TRUE(eventually([] { return dialog<QMessageBox>() != nullptr; }));
-    EXPECT_EQ(dialog<QMessageBox>()->windowTitle(), "Import finished");
     EXPECT_EQ(answerMessage().find("Import finished: 2 voice(s) (2 new"), 0U);
     EXPECT_EQ(shown(*page), before);
     EXPECT_EQ(state->voices.size(), 2U);

@@ -2,7 +2,6 @@
 #include <QClipboard>
 #include <QLabel>
 #include <QPlainTextEdit>
-#include <QSignalSpy>
 
 #include "app/pages/UsageText.h"
 #include "app/widgets/StatusDot.h"
@@ -29,8 +28,6 @@ TEST_F(ServicePageTest, TellsTheStateAndFollowsStartAndStop) {
     const std::string first = state->endpoints.front();
     EXPECT_EQ(words("serviceStatus"), "Status: running — " + first);
     EXPECT_EQ(tone(), StatusDot::Tone::warning);  // the placeholder speaks
-    EXPECT_EQ(words("engineBackend"), state->health.backend);
-    EXPECT_EQ(words("engineDetail"), state->health.detail);
     click(page(), "Stop");
     EXPECT_FALSE(state->http->isRunning());
     EXPECT_EQ(words("serviceStatus"), "Status: stopped");
@@ -42,76 +39,45 @@ TEST_F(ServicePageTest, TellsTheStateAndFollowsStartAndStop) {
     EXPECT_EQ(words("serviceStatus"), "ステータス:実行中 —— " + state->endpoints.front());
 }
 
-TEST_F(ServicePageTest, CopiesAddressesAndUsage) {
-    state->endpoints = {"http://10.0.0.1:1", "http://10.0.0.2:1"};
-    emit state->serverChanged();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    auto* const addresses = page().findChild<QWidget*>("card");
-    const auto copies = addresses->findChildren<QPushButton*>();
-    ASSERT_EQ(copies.size(), 2);
-    copies[1]->click();
-    EXPECT_EQ(QGuiApplication::clipboard()->text(), "http://10.0.0.2:1");
-    named("copyUsage")->click();
-    auto* const usage = page().findChild<QPlainTextEdit*>("usage");
-    EXPECT_TRUE(usage->isReadOnly());
-    EXPECT_EQ(QGuiApplication::clipboard()->text(), usage->toPlainText());
-    EXPECT_TRUE(usage->toPlainText().contains("http://10.0.0.1:1/v1/tts \\"));
-}
-
 TEST_F(ServicePageTest, UsageOpensWithTheAddressesItListensAt) {
     const std::string all = usageText({"http://a:1", "http://b:1"}, "0.0.0.0", "http://c:1");
     EXPECT_EQ(all.find("# Listening on all interfaces. Other machines can connect via any of "
                        "these:\n#   http://a:1\n#   http://b:1\n"),
               0U);
-    for (const char* part :
-         {"curl -X POST http://a:1/v1/tts \\\n", "curl -X POST http://a:1/v1/prewarm \\\n",
-          "curl \"http://a:1/v1/tts?text=hello&language=en&gender=female&speed=1.1\" -o out.wav\n",
-          "A ready-made C++ client lives in Zephon/interface/zephon_client.h\n",
-          "  DELETE /v1/cache       clear the cache\n"})
-        EXPECT_NE(all.find(part), std::string::npos) << part;
+    EXPECT_NE(all.find("curl -X POST http://a:1/v1/tts \\\n"), std::string::npos);
     EXPECT_EQ(usageText({}, "", "http://c:1").find("# Listening on all"), 0U);
     const std::string one = usageText({}, "127.0.0.1", "http://c:1");
     EXPECT_EQ(one.find("# 只听 127.0.0.1\n"), 0U);
     EXPECT_NE(one.find("http://c:1/v1/tts \\"), std::string::npos);
+    named("copyUsage")->click();
+    EXPECT_EQ(QGuiApplication::clipboard()->text(),
+              page().findChild<QPlainTextEdit*>("usage")->toPlainText());
+    page().findChild<QWidget*>("card")->findChildren<QPushButton*>().front()->click();
+    EXPECT_EQ(fromQt(QGuiApplication::clipboard()->text()), state->endpoints.front());
 }
 
-TEST_F(ServicePageTest, ClearsTheCacheAfterAQuestion) {
+TEST_F(ServicePageTest, AsksBeforeWhatCannotBeTakenBack) {
+    click(page(), "Open data folder");
+    EXPECT_EQ(opened, std::vector<QString>{toQt(ZEPHOPaths::dataRoot())});
     (void)state->service->synthesizeWav("hello", "en", TtsGender::female, 1.0F);
-    state->reloadCache();
-    ASSERT_TRUE(eventually([&] { return state->cacheEntries->size() == 1; }));
     click(page(), "Clear cache");
     EXPECT_EQ(answerMessage("Cancel"),
               "Clear the whole cache? The same sentences will be synthesized again next time.");
-    EXPECT_EQ(state->service->cache.snapshot().size(), 1U);
+    EXPECT_EQ(state->service->cache.stats().count, 1);
     click(page(), "Clear cache");
     answerMessage("OK");
-    EXPECT_TRUE(eventually([&] { return state->cacheEntries->empty(); }));
-    EXPECT_TRUE(state->service->cache.snapshot().empty());
-}
+    EXPECT_TRUE(eventually([&] { return state->service->cache.stats().count == 0; }));
 
-TEST_F(ServicePageTest, UnloadsAndLoadsTheModel) {
-    EXPECT_FALSE(page().findChild<QLabel*>("serviceMessage")->isVisible());
     click(page(), "Unload model");
-    EXPECT_EQ(
-        answerMessage("OK"),
-        "Unload the model and give the memory back?\n\n"
-        "The service keeps running — anything already cached still returns instantly.\n"
-        "But lines that are not cached will fail with a clear error until you load it again.");
+    EXPECT_EQ(answerMessage("OK").find("Unload the model and give the memory back?\n\n"), 0U);
     ASSERT_TRUE(eventually([&] { return named("toggleModel")->text() == "Load model"; }));
     EXPECT_TRUE(state->service->modelUnloaded());
     EXPECT_EQ(words("serviceMessage"), "Model unloaded — memory released");
     ASSERT_TRUE(eventually([&] { return named("toggleModel")->isEnabled(); }));
     click(page(), "Load model");
-    EXPECT_EQ(words("serviceMessage"), "Loading the model...");
-    EXPECT_TRUE(eventually([&] {
-        return named("toggleModel")->isEnabled() && named("toggleModel")->text() == "Unload model";
-    }));
+    EXPECT_TRUE(eventually([&] { return named("toggleModel")->text() == "Unload model"; }));
     EXPECT_FALSE(state->service->modelUnloaded());
-}
 
-TEST_F(ServicePageTest, OpensTheDataFolderAndQuitsAfterAQuestion) {
-    click(page(), "Open data folder");
-    EXPECT_EQ(opened, std::vector<QString>{toQt(ZEPHOPaths::dataRoot())});
     click(page(), "Quit");
     EXPECT_EQ(answerMessage("Cancel"), "The service is still running. Quit anyway?");
     EXPECT_TRUE(state->http->isRunning());
@@ -132,9 +98,7 @@ protected:
 TEST_F(NowhereToLoadFrom, OffersTheRecommendedModelUntilItIsThere) {
     EXPECT_EQ(named("quickModel")->text(), "一键下载推荐模型(4.53 GB)");
     named("quickModel")->click();
-    EXPECT_EQ(answerMessage("OK"),
-              "下载推荐模型 q6_k(4.53 GB)?\n\nOne-time job — once it lands the service can speak. "
-              "Interrupted downloads resume, no restart needed.");
+    EXPECT_EQ(answerMessage("OK").find("下载推荐模型 q6_k(4.53 GB)?\n\n"), 0U);
     EXPECT_FALSE(named("quickModel")->isEnabled());
     EXPECT_EQ(named("quickModel")->text(), toQt(state->download.describe()));
     state->downloader->cancel();

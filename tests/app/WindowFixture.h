@@ -5,12 +5,15 @@
 #include <QAbstractButton>
 #include <QAbstractItemView>
 #include <QApplication>
+#include <QDropEvent>
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPushButton>
 #include <QTcpServer>
 #include <QTest>
+#include <QUrl>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -115,6 +118,18 @@ protected:
         return text;
     }
     static bool noMessage() { return dialog<QMessageBox>() == nullptr; }
+    // Drops these files; false when they are not accepted.
+    static bool drop(QWidget* on, const QStringList& paths, QPoint at) {
+        QMimeData data;
+        QList<QUrl> urls;
+        for (const QString& path : paths) urls << QUrl::fromLocalFile(path);
+        data.setUrls(urls);
+        QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(on, &enter);
+        QDropEvent event(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        if (enter.isAccepted()) QApplication::sendEvent(on, &event);
+        return enter.isAccepted();
+    }
     // Chooses the files in the open file dialog.
     static void chooseInDialog(const QStringList& files) {
         ASSERT_TRUE(eventually([] { return dialog<QFileDialog>() != nullptr; }));

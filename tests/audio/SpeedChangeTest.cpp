@@ -61,6 +61,7 @@ std::vector<Signal> signals() {
     std::vector<Signal> all{
         {"speech at 8000", 8000, speech(12000, 8000)},
         {"speech at 11025", 11025, speech(9000, 11025)},
+        {"frames of full size", 44100, speech(22050, 44100)},
         {"noise", 8000, noise(8000, 0.9)},
         {"tone of a whole period", 8000, tone(6000, 200, 8000)},
         {"tone", 8000, tone(6000, 441.7, 8000)},
@@ -138,38 +139,6 @@ TEST(TimeStretch, PicksTheFramesOfThePlainLoop) {
     }
 }
 
-TEST(TimeStretch, WorksOnFullSizeFrames) {
-    const Samples clip = speech(22050, 44100);
-    for (const float speed : {0.5F, 1.5F, 2.0F}) {
-        const auto reference = test::referenceStretch(clip, 44100, speed);
-        EXPECT_EQ(reference.length, 882U);
-        EXPECT_EQ(reference.mostCandidates, 707U);
-        expectSame(timeStretch({clip, 44100}, speed).data, reference.samples, "samples");
-    }
-}
-
-// The tone that a clip holds, by the crossings of zero in its middle.
-double hertzOf(const PcmBuffer& pcm) {
-    const std::size_t begin = pcm.data.size() / 4;
-    const std::size_t end = begin * 3;
-    int rises = 0;
-    for (std::size_t i = begin; i < end; ++i) rises += pcm.data[i - 1] < 0 && pcm.data[i] >= 0;
-    return rises * static_cast<double>(pcm.sampleRate) / static_cast<double>(end - begin);
-}
-
-TEST(TimeStretch, KeepsThePitchThatResamplingMoves) {
-    const PcmBuffer clip{tone(32000, 440, 16000), 16000};
-    for (const float speed : {0.5F, 0.8F, 1.25F, 2.0F}) {
-        const auto stretched = changeSpeed(clip, speed, TtsSpeedMode::localStretch);
-        EXPECT_NEAR(hertzOf(stretched), 440, 3) << speed;
-        EXPECT_NEAR(static_cast<double>(stretched.data.size()), 32000 / speed, 1500) << speed;
-        const auto resampled = changeSpeed(clip, speed, TtsSpeedMode::localResample);
-        EXPECT_NEAR(hertzOf(resampled), 440 * speed, 3) << speed;
-        EXPECT_EQ(resampled.data.size(), static_cast<std::size_t>(std::lround(32000 / speed)));
-        EXPECT_EQ(changeSpeed(clip, speed, TtsSpeedMode::engine).data, stretched.data);
-    }
-}
-
 TEST(TimeStretch, LeavesAloneWhatNeedsNoChange) {
     const PcmBuffer clip{speech(4000, 8000), 8000};
     const float nan = std::numeric_limits<float>::quiet_NaN();
@@ -178,15 +147,16 @@ TEST(TimeStretch, LeavesAloneWhatNeedsNoChange) {
     EXPECT_EQ(timeStretch(clip, 3).data, timeStretch(clip, 2).data);
     EXPECT_EQ(timeStretch(clip, 0.1F).data, timeStretch(clip, 0.5F).data);
     EXPECT_EQ(timeStretch({clip.data, 0}, 2).data, clip.data);
-    EXPECT_TRUE(timeStretch({{}, 8000}, 2).data.empty());
-
+    for (const auto mode : {TtsSpeedMode::localStretch, TtsSpeedMode::engine})
+        EXPECT_EQ(changeSpeed(clip, 2, mode).data, timeStretch(clip, 2).data);
+    EXPECT_EQ(changeSpeed(clip, 2, TtsSpeedMode::localResample).data,
+              changeSpeedByResample(clip, 2).data);
     // Finer, and with the same bounds.
     EXPECT_EQ(changeSpeedByResample(clip, 1.0005F).data, clip.data);
     EXPECT_EQ(changeSpeedByResample(clip, 1.005F).data.size(), 3980U);
     EXPECT_EQ(changeSpeedByResample(clip, -1).data, clip.data);
     EXPECT_EQ(changeSpeedByResample(clip, 9).data.size(), 2000U);
     EXPECT_EQ(changeSpeedByResample({{0.5F}, 8000}, 2).data, Samples{0.5F});  // round(0.5) is 1
-    EXPECT_TRUE(changeSpeedByResample({{}, 8000}, 2).data.empty());
 }
 
 TEST(TimeStretch, MeetsItsBoundsInLength) {
@@ -197,45 +167,29 @@ TEST(TimeStretch, MeetsItsBoundsInLength) {
               changeSpeedByResample({tooFew, 44100}, 1.5F).data);
     expectSame(timeStretch({enough, 44100}, 1.5F).data,
                test::referenceStretch(enough, 44100, 1.5F).samples, "one frame");
-    const auto flat = timeStretch({Samples(8000, 0.5F), 8000}, 2).data;
-    EXPECT_NEAR(static_cast<double>(flat.size()), 4000, 400);
-    EXPECT_EQ(flat.front(), 0);
-    for (std::size_t i = 160; i + 320 < flat.size(); ++i) ASSERT_NEAR(flat[i], 0.5F, 0.01F) << i;
 }
 
 TEST(Resample, DrawsLinesBetweenTheSamples) {
     const Samples ramp{0, 1, 2, 3};
-    EXPECT_EQ(interpolate(ramp, 6, 0.5F), (Samples{0, 0.5F, 1, 1.5F, 2, 2.5F}));
     EXPECT_EQ(interpolate(ramp, 4, 1.5F), (Samples{0, 1.5F, 3, 3}));
     EXPECT_TRUE(interpolate({}, 4, 1).empty());
-    EXPECT_TRUE(interpolate(ramp, 0, 1).empty());
     // Positions are floats: far into a long clip they move in steps.
     const Samples saw = generate(70000, [](std::size_t i) { return i % 2; });
     const auto late = interpolate(saw, 60001, 1.1F);
     EXPECT_EQ(late[60000], 0.0F);  // 66000 exactly, where doubles would have gone beyond it
-    for (const std::size_t k : {1UL, 777UL, 12345UL, 59999UL}) {
-        const float pos = 1.1F * static_cast<float>(k);
-        const float f = pos - std::floor(pos);
-        EXPECT_EQ(late[k], static_cast<long>(pos) % 2 ? 1 - f : f) << k;
-    }
-
     const auto up = resample({ramp, 8000}, 16000);
     EXPECT_EQ(up.sampleRate, 16000);
     EXPECT_EQ(up.data, (Samples{0, 0.5F, 1, 1.5F, 2, 2.5F, 3, 3}));
     EXPECT_EQ(resample({ramp, 8000}, 4000).data, (Samples{0, 2}));
     EXPECT_EQ(resample({ramp, 48000}, 1).data, Samples{0});
-    EXPECT_EQ(resample({{}, 8000}, 4000).sampleRate, 4000);
     for (const int rate : {8000, 0, -5}) {
         EXPECT_EQ(resample({ramp, 8000}, rate).sampleRate, 8000) << rate;
         EXPECT_EQ(resample({ramp, 8000}, rate).data, ramp) << rate;
     }
-    EXPECT_EQ(resample({ramp, 0}, 8000).sampleRate, 0);
 }
 
 TEST(Level, AppliesGainAndNormalisesPeaks) {
     PcmBuffer pcm{{0.5F, -0.25F, 0}, 8000};
-    applyGain(pcm, 1.0005F);
-    EXPECT_EQ(pcm.data, (Samples{0.5F, -0.25F, 0}));
     applyGain(pcm, 4);
     EXPECT_EQ(pcm.data, (Samples{2, -1, 0}));
     peakNormalize(pcm, 0.5F);
@@ -245,24 +199,11 @@ TEST(Level, AppliesGainAndNormalisesPeaks) {
     pcm.data = {0.1F, -0.8F};
     peakNormalize(pcm, 0.4F);
     EXPECT_FLOAT_EQ(pcm.data.back(), -0.4F);
-    pcm.data = {9e-6F, -9e-6F};
-    peakNormalize(pcm, 1);
-    EXPECT_EQ(pcm.data, (Samples{9e-6F, -9e-6F}));
-    pcm.data = Samples(5);
-    peakNormalize(pcm, 1);
-    EXPECT_EQ(pcm.data, Samples(5));
-    pcm.data.clear();
-    peakNormalize(pcm, 1);
-    EXPECT_TRUE(pcm.isEmpty());
-}
-
-TEST(Level, HannWindowsRiseFromZero) {
-    EXPECT_TRUE(makeHann(0).empty());
-    EXPECT_EQ(makeHann(1), Samples{1});
-    EXPECT_EQ(makeHann(2), (Samples{0, 0}));
-    const auto window = makeHann(5);
-    for (std::size_t i = 0; i < 5; ++i)
-        EXPECT_NEAR(window[i], (Samples{0, 0.5F, 1, 0.5F, 0})[i], 1e-6F) << i;
+    for (const Samples& quiet : {Samples{9e-6F, -9e-6F}, Samples(5), Samples()}) {
+        pcm.data = quiet;
+        peakNormalize(pcm, 1);
+        EXPECT_EQ(pcm.data, quiet);
+    }
 }
 
 }  // namespace

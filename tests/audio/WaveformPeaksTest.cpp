@@ -11,30 +11,22 @@ namespace {
 using Peaks = std::vector<WaveformPeak>;
 
 TEST(WaveformPeaks, EverySampleCountsInExactlyOneColumn) {
-    EXPECT_EQ(waveformPeaks(PcmBuffer{{0.1F, -0.2F, 0.3F, 0.4F, -0.5F, 0.6F}, 8000}, 3),
-              (Peaks{{-0.2F, 0.1F}, {0.3F, 0.4F}, {-0.5F, 0.6F}}));
-
     // A single spike shows in one column, wherever it stands and however the columns divide.
-    const std::size_t length = 101;
     for (const std::size_t columns : {1U, 2U, 7U, 64U, 100U, 101U}) {
-        for (std::size_t at = 0; at < length; ++at) {
-            PcmBuffer pcm{std::vector<float>(length), 8000};
+        for (std::size_t at = 0; at < 101; ++at) {
+            PcmBuffer pcm{std::vector<float>(101), 8000};
             pcm.data[at] = -1;
             const Peaks peaks = waveformPeaks(pcm, columns);
             ASSERT_EQ(peaks.size(), columns);
-            EXPECT_EQ(
-                std::ranges::count_if(peaks, [](const WaveformPeak& p) { return p.min == -1; }), 1)
+            EXPECT_EQ(std::ranges::count(peaks, -1, &WaveformPeak::min), 1)
                 << columns << " columns, sample " << at;
         }
     }
-}
-
-TEST(WaveformPeaks, ShortLoudAndUnreadableClips) {
+    // Fewer samples than columns.
     const PcmBuffer two{{-0.5F, 0.5F}, 8000};
     EXPECT_EQ(waveformPeaks(two, 4),
               (Peaks{{-0.5F, -0.5F}, {-0.5F, -0.5F}, {0.5F, 0.5F}, {0.5F, 0.5F}}));
     EXPECT_TRUE(waveformPeaks(two, 0).empty());
-    EXPECT_TRUE(waveformPeaks(PcmBuffer{}, 10).empty());
     EXPECT_TRUE(waveformPeaks(asBytes("no sound at all"), 10).empty());
 
     // Stereo floats of a loud recorder: the mean of the channels, inside the picture.

@@ -26,36 +26,24 @@ TEST(Json, GettersAcceptExactlyTheirForms) {
     const Row rows[] = {
         {"null", "none", noInt, noFloat, true},
         {"[1]", "none", noInt, noFloat, true},
-        {"{\"a\":1}", "none", noInt, noFloat, true},
         {"12", "12", 12, 12, true},
-        {"0", "0", 0, 0, false},
-        {"-7", "-7", -7, -7, true},
         {"4.9", "4.9", 4, 4.9, true},
         {"-4.9", "-4.9", -4, -4.9, true},
-        {"0.5", "0.5", 0, 0.5, true},
         {"1e30", "1e+30", noInt, 1e30, true},
         {"9223372036854775807", "9223372036854775807", INT64_MAX, 9223372036854775807.0, true},
         {"9223372036854775808", "9223372036854775808", noInt, 9223372036854775808.0, true},
-        {"\"\"", "", noInt, noFloat, false},
-        {"\" 42 \"", " 42 ", 42, 42, false},
         {"\"\\u300042\\u00a0\"", "\u300042\u00A0", 42, 42, false},
         {"\"+42\"", "+42", 42, 42, false},
-        {"\"-42\"", "-42", -42, -42, false},
         {"\"+-42\"", "+-42", noInt, noFloat, false},
-        {"\"- 42\"", "- 42", noInt, noFloat, false},
         {"\"4.2\"", "4.2", noInt, 4.2, false},
         {"\"4.2x\"", "4.2x", noInt, noFloat, false},
         {"\"-1.5e2\"", "-1.5e2", noInt, -150, false},
         {"\"0x10\"", "0x10", noInt, noFloat, false},
         {"\"inf\"", "inf", noInt, noFloat, false},
-        {"\"nan\"", "nan", noInt, noFloat, false},
         {"\"9223372036854775808\"", "9223372036854775808", noInt, 9223372036854775808.0, false},
         {"\"1\"", "1", 1, 1, true},
         {"\" TRUE\\n\"", " TRUE\n", noInt, noFloat, true},
         {"\"Yes\"", "Yes", noInt, noFloat, true},
-        {"\"on\"", "on", noInt, noFloat, true},
-        {"\"off\"", "off", noInt, noFloat, false},
-        {"\"2\"", "2", 2, 2, false},
         {"\"wahr\"", "wahr", noInt, noFloat, false},
     };
     for (const Row& row : rows) {
@@ -74,34 +62,11 @@ TEST(Json, GettersAcceptExactlyTheirForms) {
     EXPECT_EQ(jFloat(&*flags, "no", noFloat), 0.0);
 }
 
-TEST(Json, AbsentObjectsAndKeysGiveTheDefault) {
-    const auto object = parseJsonObject(R"({"list":["a","b"],"mixed":["a",1],"inner":{"x":1}})");
-    const Json array = Json::array();
-    for (const Json* holder : {static_cast<const Json*>(nullptr), &*object, &array}) {
-        EXPECT_EQ(jStr(holder, "k", "d"), "d");
-        EXPECT_EQ(jInt(holder, "k", 3), 3);
-        EXPECT_EQ(jFloat(holder, "k", 1.5), 1.5);
-        EXPECT_TRUE(jBool(holder, "k", true));
-        EXPECT_EQ(jArr(holder, "k"), nullptr);
-        EXPECT_EQ(jObj(holder, "k"), nullptr);
-    }
-    const auto isText = [](const Json& item) { return item.is_string(); };
-    ASSERT_NE(jArr(&*object, "list", isText), nullptr);
-    EXPECT_EQ(jArr(&*object, "list", isText)->size(), 2U);
-    EXPECT_EQ(jArr(&*object, "mixed", isText), nullptr);
-    EXPECT_NE(jArr(&*object, "mixed"), nullptr);
-    EXPECT_EQ(jArr(&*object, "inner"), nullptr);
-    EXPECT_EQ(jInt(jObj(&*object, "inner"), "x", 0), 1);
-    EXPECT_EQ(jObj(&*object, "list"), nullptr);
-}
-
 TEST(Json, ParsesOnlyWholeObjects) {
     for (const char* bad :
          {"", "  \n", "[1]", "1", "\"a\"", "null", "{", "{\"a\":1}x", "{\"a\":1,}", "{'a':1}",
           "{\"a\":\"\xFF\"}", "{\"a\":1e999}", "\xFF\xFE"})
         EXPECT_FALSE(parseJsonObject(std::string_view(bad))) << bad;
-    EXPECT_TRUE(parseJsonObject(std::string_view(" {} ")));
-    EXPECT_TRUE(parseJsonObject(asBytes("{\"a\":[{}]}")));
     // Nesting of any depth must not exhaust the stack.
     const std::string deep = "{\"a\":" + std::string(200000, '[') + std::string(200000, ']') + "}";
     const auto parsed = parseJsonObject(deep);
@@ -130,14 +95,9 @@ TEST(Json, RefusesMoreValuesThanMemoryShouldHold) {
 TEST(Json, WritesSlashesAsTheyAreAndFallsBackToAnEmptyObject) {
     const Json value{{"b", "a/b\n音"}, {"a", {1, 2.5, true, nullptr}}};
     EXPECT_EQ(jsonString(value), R"({"a":[1,2.5,true,null],"b":"a/b\n音"})");
-    EXPECT_EQ(jsonString(Json{{"a", 1}}, true), "{\n  \"a\": 1\n}");
     EXPECT_EQ(parseJsonObject(jsonData(value, true)), value);
     EXPECT_EQ(jsonString(Json{{"a", "\xC3"}}), "{}");
     EXPECT_EQ(jsonString(Json{{"a", {std::numeric_limits<double>::quiet_NaN()}}}), "{}");
-    EXPECT_EQ(asText(jsonData(Json{{"a", std::numeric_limits<double>::infinity()}})), "{}");
-    EXPECT_EQ(jsonText(Json("x")), "x");
-    EXPECT_EQ(jsonText(Json(12)), "12");
-    EXPECT_EQ(jsonText(Json::array()), "");
 }
 
 TEST(JsonTest, AnObjectWrittenMemberByMemberReadsLikeOneThatWasBuilt) {
@@ -156,7 +116,6 @@ TEST(JsonTest, AnObjectWrittenMemberByMemberReadsLikeOneThatWasBuilt) {
                                                     {"f", ""},
                                                     {"g", 3}}));
     }
-    EXPECT_EQ(JsonObjectText().finish(), "{}");
     EXPECT_EQ(JsonObjectText().add("a", "\xFF").finish(), "{}");
     EXPECT_EQ(JsonObjectText().add("a", std::numeric_limits<double>::infinity()).finish(), "{}");
 }

@@ -5,13 +5,11 @@ Usage: zephonctl_test.py <source directory> <zephond> <zephonctl> <example>
 
 import io
 import json
-import math
 import os
 import pathlib
 import re
 import shutil
 import socket
-import struct
 import subprocess
 import sys
 import tempfile
@@ -21,19 +19,10 @@ import wave
 
 SOURCE, ZEPHOND, ZEPHONCTL, EXAMPLE = (pathlib.Path(word).resolve() for word in sys.argv[1:5])
 sys.path.insert(0, str(SOURCE / "tests/tools"))
-from live_service import Service  # noqa: E402
+from live_service import Service, write_clip  # noqa: E402
 
 COMMANDS = ["say", "prebake", "voices", "remove", "clone", "bind", "pack", "health", "selftest",
             "stats", "log"]
-
-
-def write_clip(path, pitch):
-    with wave.open(str(path), "wb") as clip:
-        clip.setnchannels(1)
-        clip.setsampwidth(2)
-        clip.setframerate(22050)
-        clip.writeframes(b"".join(
-            struct.pack("<h", int(9000 * math.sin(i * pitch))) for i in range(22050)))
 
 
 def samples(data):
@@ -70,7 +59,7 @@ class ZephonctlTest(unittest.TestCase):
         cls.services = [Service(ZEPHOND).start(), Service(ZEPHOND).start()]
         cls.urls = [f"http://127.0.0.1:{service.port}" for service in cls.services]
         cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="zephonctl-"))
-        write_clip(cls.folder / "desk.wav", 0.07)
+        write_clip(cls.folder / "desk.wav", 1)
 
     @classmethod
     def tearDownClass(cls):
@@ -104,7 +93,6 @@ class ZephonctlTest(unittest.TestCase):
         self.assertFalse((self.folder / "no.wav").exists())
         self.assertIn("empty_text", self.run_it("say", " ", "-o", "no.wav", code=5)[1])
         self.run_it("say", "Gate four", "-l", "en", "-o", "/proc/no/such", code=7)
-        self.run_it("--json", "say", "Gate four", "-o", "-", code=2)
         self.run_it("say", "Gate four", "--speed", "3", code=2)
 
     def test_say_plays_with_what_is_there(self):
@@ -150,8 +138,6 @@ class ZephonctlTest(unittest.TestCase):
         self.run_it("bind", "-a", "CES", "-g", "male", "--voice", "Desk")
         self.assertEqual(self.json_of("bind", "-a", "CES", "-g", "male", "--remove"),
                          {"CCA:en:female": identity})
-        self.assertEqual(self.json_of("bind", "--default", "-l", "fr", "-g", "male", "--voice",
-                                      identity)["fr:male"], identity)
         self.assertIn("no such voice", self.run_it("bind", "-a", "CES", "--voice", "Nobody", code=2)[1])
         self.assertIn("Desk", self.run_it("voices")[0].decode())
 
@@ -162,8 +148,6 @@ class ZephonctlTest(unittest.TestCase):
         self.assertEqual((exported["voices"], exported["bindings"], exported["clips"]), (1, 1, 1))
         taken = self.json_of("pack", "import", "desk.cln", url=self.urls[1])
         self.assertEqual(taken, {"added": 1, "reused": 0, "bindings": 1})
-        again = self.json_of("pack", "import", "desk.cln", url=self.urls[1])
-        self.assertEqual(again, {"added": 0, "reused": 1, "bindings": 1})
         there = self.json_of("voices", url=self.urls[1])["voices"]
         self.assertEqual(next(voice for voice in there if voice["display"] == "Desk"), mine[0])
         told = self.json_of("say", "Gate", "-a", "CCA", "-l", "en", "-g", "female", "-o", "a.wav",
@@ -213,9 +197,6 @@ class ZephonctlTest(unittest.TestCase):
         self.assertIn("[FAIL] engine", self.run_it("selftest", code=1)[0].decode())
         looks = self.run_it("--json", "stats", "--watch", "0.05", "--count", "3")[0].splitlines()
         self.assertEqual(len([json.loads(look)["total"] for look in looks]), 3)
-        table = self.run_it("stats", "--watch", "0.05", "--count", "21")[0].decode().splitlines()
-        self.assertEqual(len([row for row in table if "TOTAL" in row]), 2)
-        self.assertEqual(len(table), 23)
 
     def test_log_is_followed(self):
         self.run_it("prebake", "-", text=b"text\nlogged\n")

@@ -1,20 +1,9 @@
 #include <gtest/gtest.h>
 
 #include "core/config/AppConfig.h"
-#include "core/config/BindingKeys.h"
 
 namespace zepho {
 namespace {
-
-TEST(BindingKeys, HaveOneCanonicalForm) {
-    EXPECT_EQ(airlineKey(" ca ", "zh-CN", TtsGender::female), "CA:zh:female");
-    EXPECT_EQ(airlineKey("CA", "auto", TtsGender::auto_), "CA::default");
-    EXPECT_EQ(normalizeAirlineKey(" ca : zh_CN :F:more"), "CA:zh:female");
-    EXPECT_EQ(normalizeAirlineKey(" ca:zh "), "ca:zh");
-    EXPECT_EQ(normalizeDefaultKey("JP: m "), "ja:male");
-    EXPECT_EQ(normalizeDefaultKey(" zh "), "zh");
-    EXPECT_EQ(normalizeDefaultKey(":"), ":default");
-}
 
 TEST(Bindings, AreSetRemovedAndForgotten) {
     AppConfig config;

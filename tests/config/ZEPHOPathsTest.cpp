@@ -24,9 +24,11 @@ TEST(ZEPHOPathsRootDeathTest, FollowsZephoHomeTrimmed) {
         const bool trimmedRoot = ZEPHOPaths::dataRoot() == dir + "x/";
         ::setenv("ZEPHO_HOME", "/elsewhere", 1);
         const bool unchanged = ZEPHOPaths::configFile() == dir + "x/data/config.json";
+        // A creation that fails does not stop the others.
+        saveFileBytes(dir + "x/clone", asBytes("in the way"));
         ZEPHOPaths::ensureDirectories();
         bool all = true;
-        for (const char* name : {"data", "clone", "temp", "models", "engine", "logs"})
+        for (const char* name : {"data", "temp", "models", "engine", "logs"})
             all = all && directoryExists(dir + "x/" + name);
         return trimmedRoot && unchanged && all;
     });
@@ -37,15 +39,6 @@ TEST(ZEPHOPathsRootDeathTest, IsTheUsersDataDirectoryWithoutZephoHome) {
         ::setenv("ZEPHO_HOME", "  ", 1);
         ::setenv("XDG_DATA_HOME", dir.c_str(), 1);
         return ZEPHOPaths::dataRoot() == dir + "Zephon/";
-    });
-}
-
-TEST(ZEPHOPathsRootDeathTest, ACreationThatFailsDoesNotStopTheOthers) {
-    inOwnProcess([](const std::string& dir) {
-        ::setenv("ZEPHO_HOME", dir.c_str(), 1);
-        saveFileBytes(dir + "clone", asBytes("in the way"));
-        ZEPHOPaths::ensureDirectories();
-        return directoryExists(dir + "logs");
     });
 }
 

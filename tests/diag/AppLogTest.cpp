@@ -2,16 +2,13 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "core/diag/AppLog.h"
-#include "core/platform/Files.h"
 #include "core/platform/MainThread.h"
-#include "tests/support/TempDir.h"
 
 namespace zepho {
 namespace {
@@ -109,33 +106,6 @@ TEST_F(AppLogTest, ReplacingAHandlerEndsItOutsideTheLock) {
     AppLog::setLineHandler({});
     AppLog::setRequestHandler({});
     EXPECT_EQ(AppLog::snapshot().size(), 2U);
-}
-
-TEST_F(AppLogTest, SavesTheLinesAsText) {
-    const test::TempDir directory;
-    const std::string path = directory.file("a/b/log.txt");
-    AppLog::save(path);
-    EXPECT_EQ(asText(*loadFileBytes(path)), "\n");
-
-    AppLog::info("http", "listening");
-    AppLog::warn("s2", "音");
-    const std::vector<LogEntry> lines = AppLog::snapshot();
-    EXPECT_EQ(lines[0].formatted(), formatTimeOfDay(lines[0].time) + " [INFO] http: listening");
-    AppLog::save(path);
-    EXPECT_EQ(asText(*loadFileBytes(path)),
-              lines[0].formatted() + "\n" + lines[1].formatted() + "\n");
-    EXPECT_THROW(AppLog::save(path + "/below a file"), std::system_error);
-    EXPECT_EQ(AppLog::snapshot().size(), 2U);
-}
-
-TEST_F(AppLogTest, LevelsHaveNamesAndOrder) {
-    EXPECT_LT(LogLevel::debug, LogLevel::info);
-    EXPECT_LT(LogLevel::warn, LogLevel::error);
-    EXPECT_EQ(logLevelFromRaw(2), LogLevel::warn);
-    EXPECT_EQ(logLevelFromRaw(4), std::nullopt);
-    EXPECT_EQ(logLevelFromRaw(-1), std::nullopt);
-    EXPECT_EQ(logLevelName(LogLevel::debug), "DEBUG");
-    EXPECT_EQ(logLevelName(LogLevel::error), "ERROR");
 }
 
 TEST_F(AppLogTest, ManyThreadsWriteAndRead) {

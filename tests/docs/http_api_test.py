@@ -3,18 +3,15 @@
 Usage: http_api_test.py <source directory> <zephond>
 """
 
-import math
 import pathlib
 import re
-import struct
 import subprocess
 import sys
 import tempfile
-import wave
 
 SOURCE = pathlib.Path(sys.argv[1])
 sys.path.insert(0, str(SOURCE / "tests/tools"))
-from live_service import Service  # noqa: E402
+from live_service import Service, write_clip  # noqa: E402
 
 PAGE = (SOURCE / "docs/http-api.md").read_text()
 
@@ -40,15 +37,6 @@ def commands():
             if "curl " not in command or not expected:
                 raise SystemExit(f"not a command and its comment:\n{command}\n{comment}")
             yield command, int(expected[1]), expected[2] or ""
-
-
-def write_clip(path):
-    with wave.open(str(path), "wb") as clip:
-        clip.setnchannels(1)
-        clip.setsampwidth(2)
-        clip.setframerate(22050)
-        clip.writeframes(b"".join(
-            struct.pack("<h", int(9000 * math.sin(i * 0.07))) for i in range(22050 * 2)))
 
 
 def run_page(service, folder):
@@ -100,7 +88,7 @@ def main():
     service = Service(sys.argv[2]).start()
     try:
         with tempfile.TemporaryDirectory() as folder:
-            write_clip(pathlib.Path(folder) / "clip.wav")
+            write_clip(pathlib.Path(folder) / "clip.wav", 2)
             failures = run_page(service, pathlib.Path(folder))
         if code := service.stop():
             print("zephond ended with", code)

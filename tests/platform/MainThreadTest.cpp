@@ -1,12 +1,10 @@
 #include <memory>
-#include <set>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "core/platform/MainThread.h"
-#include "core/platform/Uuid.h"
 
 namespace zepho {
 namespace {
@@ -47,17 +45,6 @@ TEST(MainThread, WhatAFunctionHoldsMayPost) {
                                  onMainThread([] {});
                              })](const std::function<void()>&) {});
     setMainThreadDispatcher({});
-}
-
-TEST(Uuid, IsRandomOfVersionFour) {
-    std::set<Uuid> made;
-    for (int i = 0; i < 1000; ++i) {
-        const Uuid one = Uuid::make();
-        EXPECT_EQ((one.high >> 12) & 15, 4U);
-        EXPECT_EQ(one.low >> 62, 2U);
-        made.insert(one);
-    }
-    EXPECT_EQ(made.size(), 1000U);
 }
 
 }  // namespace

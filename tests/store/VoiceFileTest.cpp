@@ -46,6 +46,10 @@ TEST(VoiceFile, WhatIsWrittenIsReadAgain) {
     const Bytes bytes = writeVoiceFile({std::make_shared<const VoiceInfo>(voice)});
     EXPECT_NE(asText(bytes).find("空港 / "), std::string_view::npos);
     EXPECT_NE(asText(bytes).find("\n  \"voices\": ["), std::string_view::npos);
+
+    // One broken text does not cost the list.
+    voice.note = "half a character: \xE7\xA9";
+    EXPECT_EQ(written(voice).at("note"), "half a character: \xEF\xBF\xBD");
 }
 
 TEST(VoiceFile, OldAndLooseFormsAreTakenOver) {
@@ -54,8 +58,6 @@ TEST(VoiceFile, OldAndLooseFormsAreTakenOver) {
     EXPECT_EQ(bare.display, "7");
     EXPECT_EQ(bare.kind, VoiceKind::cloned);
     EXPECT_TRUE(bare.clips.empty());
-    EXPECT_EQ(bare.language, "");
-    EXPECT_EQ(bare.gender, TtsGender::auto_);
     EXPECT_EQ(bare.createdAt, now);
 
     const VoiceInfo loose = onlyVoice(R"({"id":"a","display":"","kind":"profile",
@@ -70,7 +72,6 @@ TEST(VoiceFile, OldAndLooseFormsAreTakenOver) {
     EXPECT_EQ(loose.clips[0].durationMs, 34);
     EXPECT_EQ(loose.clips[1].fileName, "");
     EXPECT_EQ(loose.language, "");
-    EXPECT_EQ(written(loose).at("language"), "");
     EXPECT_EQ(loose.gender, TtsGender::female);
     EXPECT_EQ(loose.seed, -5);
     EXPECT_EQ(loose.createdAt, now);
@@ -81,16 +82,7 @@ TEST(VoiceFile, OldAndLooseFormsAreTakenOver) {
     ASSERT_EQ(single.clips.size(), 1U);
     EXPECT_EQ(single.clips[0].fileName, "old.wav");
     EXPECT_EQ(single.clips[0].text, "words");
-    EXPECT_EQ(single.clips[0].durationMs, 0);
     EXPECT_FALSE(written(single).contains("refAudio"));
-    EXPECT_EQ(written(single).at("clips").size(), 1U);
-}
-
-TEST(VoiceFile, OneBrokenTextDoesNotCostTheList) {
-    VoiceInfo voice;
-    voice.id = "a";
-    voice.note = "half a character: \xE7\xA9";
-    EXPECT_EQ(written(voice).at("note"), "half a character: \xEF\xBF\xBD");
 }
 
 }  // namespace

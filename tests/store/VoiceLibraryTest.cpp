@@ -1,4 +1,3 @@
-#include <atomic>
 #include <barrier>
 #include <thread>
 
@@ -17,7 +16,6 @@ class VoiceLibraryTest : public VoiceFixture {};
 TEST_F(VoiceLibraryTest, CloneIsNamedAndSeededByItsContent) {
     VoiceCloneSpec spec = specOf(buildWav(PcmBuffer::silence(8000, 5000), 1), " hello\n", "  ");
     spec.language = "zh-CN";
-    spec.gender = TtsGender::female;
     spec.style = " calm ";
     spec.note = " kept ";
     // These were worked out with sha256sum and plain arithmetic.
@@ -29,73 +27,61 @@ TEST_F(VoiceLibraryTest, CloneIsNamedAndSeededByItsContent) {
     EXPECT_EQ(first.id, "v-f43de0c65d88");
     EXPECT_EQ(first.seed, 2129746363);
     EXPECT_EQ(first.display, first.id);
-    EXPECT_EQ(first.kind, VoiceKind::cloned);
     EXPECT_EQ(first.language, "zh");
-    EXPECT_EQ(first.gender, TtsGender::female);
     EXPECT_EQ(first.style, "calm");
     EXPECT_EQ(first.note, " kept ");
-    ASSERT_EQ(first.clips.size(), 1U);
-    EXPECT_EQ(first.clips[0].fileName, "v-f43de0c65d88-0.wav");
-    EXPECT_EQ(first.clips[0].text, "hello");
-    EXPECT_EQ(first.clips[0].durationMs, 5000);
+    EXPECT_EQ(first.clips.at(0).fileName, "v-f43de0c65d88-0.wav");
+    EXPECT_EQ(first.clips.at(0).text, "hello");
     EXPECT_EQ(loadFileBytes(clips() + "v-f43de0c65d88-0.wav"), spec.clips[0].audio);
-    EXPECT_EQ(logged(LogLevel::info),
-              (std::vector<std::string>{"cloned voice v-f43de0c65d88 (v-f43de0c65d88, 1 clip(s), "
-                                        "5.0 s total)"}));
 
     spec.display = " Other ";
-    EXPECT_EQ(VoiceLibrary::contentKey(spec), expected);
     const VoiceInfo second = library.addClone(spec);
     EXPECT_EQ(second.id, "v-f43de0c65d88-1");
     EXPECT_EQ(second.seed, 7450555);
     EXPECT_EQ(second.display, "Other");
     EXPECT_EQ(library.predictId(spec), "v-f43de0c65d88-2");
-}
-
-TEST_F(VoiceLibraryTest, ContentKeyTellsClipsTextsAndTheirOrder) {
-    VoiceCloneSpec spec = specOf(toBytes("one"), "a b");
-    const std::string key = VoiceLibrary::contentKey(spec);
-    spec.clips[0].text = "\n a b\t";
-    EXPECT_EQ(VoiceLibrary::contentKey(spec), key);
-    spec.clips[0].text = "a  b";
-    EXPECT_NE(VoiceLibrary::contentKey(spec), key);
+    // The order of the clips counts, and blanks within a text.
     spec.clips.push_back({toBytes("two"), "c"});
     const std::string pair = VoiceLibrary::contentKey(spec);
     std::swap(spec.clips[0], spec.clips[1]);
     EXPECT_NE(VoiceLibrary::contentKey(spec), pair);
-    EXPECT_EQ(VoiceLibrary::contentKey({}), "");
+    EXPECT_NE(VoiceLibrary::contentKey(specOf(toBytes("one"), "a  b")),
+              VoiceLibrary::contentKey(specOf(toBytes("one"), "a b")));
 }
 
 TEST_F(VoiceLibraryTest, ClipLengthDecidesRefusalAndWarning) {
-    const TtsError tooShort = errorOf([&] { library.addClone(specOf(wavOf(8000, 999), "text")); });
-    EXPECT_EQ(tooShort.code, TtsErrorCode::badAudio);
-    EXPECT_EQ(tooShort.message,
+    EXPECT_EQ(errorOf([&] { library.addClone(specOf(wavOf(8000, 999), "text")); }).message,
               "the reference clip is only 999 ms, too short (the vendor recommends 5-30 s)");
     const std::string unstable = " s; the official guidance is 5-30 s, cloning may be unstable";
-    const struct {
-        std::int64_t ms;
-        std::string warning;
-    } cases[] = {
-        {1000, "reference audio is only 1.0" + unstable},
-        {4999, "reference audio is only 5.0" + unstable},
-        {5000, ""},
-        {30000, ""},
-        {30001, "reference audio is 30 s, over the 30 s the vendor recommends; it will be trimmed"},
+    using Lines = std::vector<std::string>;
+    const std::pair<std::int64_t, Lines> cases[] = {
+        {1000, {"reference audio is only 1.0" + unstable}},
+        {4999, {"reference audio is only 5.0" + unstable}},
+        {5000, {}},
+        {30000, {}},
+        {30001,
+         {"reference audio is 30 s, over the 30 s the vendor recommends; it will be trimmed"}},
     };
     for (const auto& [ms, warning] : cases) {
         AppLog::clear();
-        const Bytes audio = wavOf(8000, ms);
-        const VoiceInfo voice = library.addClone(specOf(audio, "text"));
-        EXPECT_EQ(voice.clips[0].durationMs, ms);
-        EXPECT_EQ(loadFileBytes(library.clipPath(voice.clips[0])), audio) << ms;
-        EXPECT_EQ(logged(LogLevel::warn),
-                  warning.empty() ? std::vector<std::string>{} : std::vector<std::string>{warning});
+        EXPECT_EQ(library.addClone(specOf(wavOf(8000, ms), "text")).clips[0].durationMs, ms);
+        EXPECT_EQ(logged(LogLevel::warn), warning);
     }
+    VoiceCloneSpec spec = specOf(encodeMp3(wavOf(16000, 6000)), "one");
+    spec.clips.push_back({encodeVorbis(wavOf(16000, 7000)), "two"});
+    spec.clips.push_back({toBytes("ID3 and nothing behind it"), "three"});
+    const VoiceInfo voice = library.addClone(spec);
+    EXPECT_EQ(voice.clips[0].fileName, voice.id + "-0.mp3");
+    EXPECT_NEAR(static_cast<double>(voice.clips[0].durationMs), 6000, 150);
+    EXPECT_EQ(voice.clips[1].fileName, voice.id + "-1.ogg");
+    EXPECT_EQ(voice.clips[1].durationMs, 7000);
+    EXPECT_EQ(voice.clips[2].durationMs, 0);
+    EXPECT_EQ(
+        logged(LogLevel::warn).back(),
+        "cannot decode this .mp3 clip; duration unknown and it cannot join a multi-clip merge");
 }
 
 TEST_F(VoiceLibraryTest, RefusesWhatIsNoReference) {
-    const std::string needsText =
-        "a reference clip needs its transcript (the vendor contract makes reference_text mandatory)";
     const Bytes opus = encodeOpus(wavOf(48000, 5000));
     const struct {
         VoiceCloneSpec spec;
@@ -103,7 +89,9 @@ TEST_F(VoiceLibraryTest, RefusesWhatIsNoReference) {
     } cases[] = {
         {{}, "cloning needs at least one reference clip"},
         {specOf({}, "text"), "this clip has no audio data"},
-        {specOf(toBytes("junk"), " \n\t"), needsText},
+        {specOf(toBytes("junk"), " \n\t"),
+         "a reference clip needs its transcript (the vendor contract makes reference_text "
+         "mandatory)"},
         {specOf(toBytes("junk, and no audio"), "text"),
          "this audio does not look like WAV, MP3 or Ogg"},
         {specOf(toBytes("OggS and then nothing"), "text"), *oggResultText(OggResult::failed)},
@@ -123,84 +111,50 @@ TEST_F(VoiceLibraryTest, RefusesWhatIsNoReference) {
     errorOf([&] { library.addClone(two); });
     EXPECT_EQ(library.count(), 0U);
     EXPECT_TRUE(fileExists(clips() + library.predictId(two) + "-0.wav"));
-}
 
-TEST_F(VoiceLibraryTest, TakesCompressedClipsAndUndecodableMp3) {
-    VoiceCloneSpec spec = specOf(encodeMp3(wavOf(16000, 6000)), "one");
-    spec.clips.push_back({encodeVorbis(wavOf(16000, 7000)), "two"});
-    spec.clips.push_back({toBytes("ID3 and nothing behind it"), "three"});
-    const VoiceInfo voice = library.addClone(spec);
-    EXPECT_EQ(voice.clips[0].fileName, voice.id + "-0.mp3");
-    EXPECT_NEAR(static_cast<double>(voice.clips[0].durationMs), 6000, 150);
-    EXPECT_EQ(voice.clips[1].fileName, voice.id + "-1.ogg");
-    EXPECT_EQ(voice.clips[1].durationMs, 7000);
-    EXPECT_EQ(voice.clips[2].fileName, voice.id + "-2.mp3");
-    EXPECT_EQ(voice.clips[2].durationMs, 0);
-    EXPECT_EQ(logged(LogLevel::warn),
-              (std::vector<std::string>{"cannot decode this .mp3 clip; duration unknown and it "
-                                        "cannot join a multi-clip merge"}));
-}
-
-TEST_F(VoiceLibraryTest, ClipThatCannotBeWrittenFailsTheClone) {
+    std::filesystem::remove_all(clips());
     saveFileBytes(dir.file("clone"), asBytes("a file where the directory should be"));
     const TtsError error = errorOf([&] { library.addClone(specOf(wavOf(8000, 5000), "text")); });
     EXPECT_EQ(error.code, TtsErrorCode::cloneFailed);
     EXPECT_EQ(error.message.rfind("cannot save the reference audio: ", 0), 0U) << error.message;
-    EXPECT_GT(error.message.size(), std::string("cannot save the reference audio: ").size());
     EXPECT_EQ(library.count(), 0U);
 }
 
-TEST_F(VoiceLibraryTest, ClipsAreAddedAndRemoved) {
+TEST_F(VoiceLibraryTest, ClipsAndVoicesAreAddedAndRemoved) {
     const VoiceInfo voice = library.addClone(specOf(wavOf(8000, 5000), "one"));
-    const TtsError unknown = errorOf([&] { library.addClip(" nobody", {{}, ""}); });
-    EXPECT_EQ(unknown.code, TtsErrorCode::badVoice);
-    EXPECT_EQ(unknown.message, "no such voice:  nobody");
-
-    EXPECT_THROW(library.removeClip(voice.id, 0), TtsError);
-    EXPECT_FALSE(library.removeClip(voice.id, 5));
-    EXPECT_FALSE(library.removeClip(voice.id, -1));
+    EXPECT_EQ(errorOf([&] {
+                  library.addClip(" nobody", {{}, ""});
+              }).message,
+              "no such voice:  nobody");
+    for (const int index : {5, -1}) EXPECT_FALSE(library.removeClip(voice.id, index));
     EXPECT_FALSE(library.removeClip("nobody", 0));
+    EXPECT_FALSE(library.remove("nobody"));
     EXPECT_EQ(errorOf([&] { library.removeClip(voice.id, 0); }).message,
               "this is the last reference clip - delete the whole voice instead");
 
     library.addClip(" " + uppercased(voice.id), {wavOf(8000, 6000), " two "});
     const VoiceInfo three = library.addClip(voice.id, {wavOf(8000, 7000), "three"});
     ASSERT_EQ(three.clips.size(), 3U);
-    EXPECT_EQ(three.id, voice.id);
     EXPECT_EQ(three.clips[1].fileName, voice.id + "-1.wav");
     EXPECT_EQ(three.clips[1].text, "two");
-    EXPECT_EQ(logged(LogLevel::info).back(), "added a clip to Voice, 3 in total now");
-
     EXPECT_TRUE(library.removeClip(voice.id, 1));
     EXPECT_FALSE(fileExists(clips() + voice.id + "-1.wav"));
     // The number of clips names the next file, and here takes over a name in use.
     const VoiceInfo again = library.addClip(voice.id, {wavOf(8000, 8000), "four"});
     EXPECT_EQ(again.clips[1].fileName, again.clips[2].fileName);
-
     VoiceLibrary reader(config, voicesFile(), clips());
     reader.load();
-    ASSERT_TRUE(reader.find(voice.id));
-    EXPECT_EQ(reader.find(voice.id)->clips.size(), 3U);
-    EXPECT_EQ(reader.find(voice.id)->clips[2].durationMs, 8000);
-}
+    EXPECT_EQ(reader.find(voice.id)->clips.at(2).durationMs, 8000);
 
-TEST_F(VoiceLibraryTest, RemovedVoiceTakesClipsAndBindingsAlong) {
-    EXPECT_FALSE(library.remove("nobody"));
-    EXPECT_FALSE(fileExists(voicesFile()));
-    const VoiceInfo voice = library.addClone(specOf(wavOf(8000, 5000), "text", "Gone"));
     config.setAirlineVoice("CA", "zh", TtsGender::female, uppercased(voice.id));
     config.setDefaultVoice("", TtsGender::auto_, voice.id);
     config.setDefaultVoice("zh", TtsGender::auto_, "other");
     EXPECT_TRUE(library.remove(uppercased(voice.id)));
-    EXPECT_EQ(library.count(), 0U);
     EXPECT_FALSE(fileExists(clips() + voice.clips[0].fileName));
-    EXPECT_EQ(logged(LogLevel::info).back(), "deleted voice Gone");
-
     AppConfig saved;
     saved.load();
     EXPECT_TRUE(saved.airlinesSnapshot().empty());
     EXPECT_EQ(saved.defaultsSnapshot(), (std::vector<Binding>{{"zh:default", "other"}}));
-    VoiceLibrary reader(config, voicesFile(), clips());
     reader.load();
     EXPECT_EQ(reader.count(), 0U);
 }
@@ -215,9 +169,7 @@ TEST_F(VoiceLibraryTest, FirstMatchWinsWithoutRegardToCase) {
     EXPECT_EQ(library.findByDisplay(" åNGSTRÖM ")->id, "Ab");
     EXPECT_EQ(library.findByDisplay("Second")->id, "aB");
     EXPECT_FALSE(library.find(""));
-    EXPECT_FALSE(library.findByDisplay(""));
     EXPECT_EQ(library.forLanguage("zh").size(), 2U);
-    EXPECT_EQ(library.forLanguage("ZH").size(), 0U);
     EXPECT_EQ(library.forLanguage("").size(), 3U);
 
     VoiceInfo changed = *library.find("ab");
@@ -226,13 +178,9 @@ TEST_F(VoiceLibraryTest, FirstMatchWinsWithoutRegardToCase) {
     library.update(changed);
     changed.id = "unknown";
     library.update(changed);
-    const std::vector<VoiceInfo> voices = library.all();
-    ASSERT_EQ(voices.size(), 3U);
-    EXPECT_EQ(voices[0].id, "AB");
-    EXPECT_EQ(voices[1].display, "second");
+    EXPECT_EQ(library.count(), 3U);
     EXPECT_FALSE(library.findByDisplay("ångström"));
     EXPECT_EQ(library.findByDisplay("RENAMED")->id, "AB");
-
     // With the first one gone the second of the same id is the voice, and later ones are still found.
     EXPECT_TRUE(library.remove("ab"));
     EXPECT_EQ(library.find("ab")->display, "second");
@@ -278,8 +226,7 @@ TEST_F(VoiceLibraryTest, DamagedFilesLeaveAnEmptyLibrary) {
     };
     writeVoicesFile(R"({"voices":[{"id":"a"},{"id":""},7,{"display":"nameless"}]})");
     EXPECT_EQ(reload(), 1U);
-    EXPECT_EQ(logged(LogLevel::info).back(), "voice library loaded, 1 voice(s)");
-    for (const char* text : {"", "[]", "{\"voices\":[", "\"voices\""}) {
+    for (const char* text : {"", "[]", "{\"voices\":["}) {
         writeVoicesFile(text);
         EXPECT_EQ(reload(), 0U) << text;
         EXPECT_EQ(
@@ -287,14 +234,12 @@ TEST_F(VoiceLibraryTest, DamagedFilesLeaveAnEmptyLibrary) {
             (std::vector<std::string>{"voice library is not valid JSON, treating it as empty"}));
         EXPECT_EQ(readVoicesFile(), text);
     }
-    for (const char* text : {"{}", R"({"voices":{}})", R"({"voices":null})"}) {
+    for (const char* text : {"{}", R"({"voices":{}})"}) {
         writeVoicesFile(text);
         EXPECT_EQ(reload(), 0U) << text;
         EXPECT_TRUE(AppLog::snapshot().empty());
     }
     std::filesystem::remove(voicesFile());
-    EXPECT_EQ(reload(), 0U);
-    EXPECT_TRUE(AppLog::snapshot().empty());
     std::filesystem::create_directory(voicesFile());
     EXPECT_EQ(reload(), 0U);
     EXPECT_EQ(logged(LogLevel::error), (std::vector<std::string>{"cannot read the voice library"}));
@@ -321,6 +266,12 @@ TEST_F(VoiceLibraryTest, NewestListReachesTheDiskWhoeverSaves) {
     for (int i = 0; i < 300; ++i) text += R"(,{"id":"more)" + std::to_string(i) + "\"}";
     writeVoicesFile(text + "]}");
     library.load();
+    const auto told = [](const VoiceLibrary& from) {
+        std::string all;
+        for (const VoiceInfo& voice : from.all())
+            all += voice.id + " " + voice.note + " " + std::to_string(voice.clips.size()) + "\n";
+        return all;
+    };
     for (int round = 0; round < 25; ++round) {
         std::barrier start(writerCount);
         std::vector<std::thread> writers;
@@ -330,55 +281,22 @@ TEST_F(VoiceLibraryTest, NewestListReachesTheDiskWhoeverSaves) {
                 own.note = std::to_string(round);
                 start.arrive_and_wait();
                 library.update(own);
+                if (round % 5 != 0) return;
+                const Bytes clip = wavOf(1000, 5000 + writer);
+                const VoiceInfo voice = library.addClone(specOf(clip, "text"));
+                library.addClip(voice.id, {clip, "more"});
+                if (writer % 2 == 0) (void)library.remove(voice.id);
+                (void)library.resolve(TtsRequest::make("x", "zh", TtsGender::male, 1));
             });
         for (std::thread& writer : writers) writer.join();
-        // Every update has returned, so the file must hold all of them.
+        // Every change has returned, so the file must hold all of them.
         VoiceLibrary onDisk(config, voicesFile(), clips());
         onDisk.load();
+        ASSERT_EQ(told(onDisk), told(library));
         for (int writer = 0; writer < writerCount; ++writer)
             ASSERT_EQ(onDisk.find(std::to_string(writer))->note, std::to_string(round));
     }
-}
-
-TEST_F(VoiceLibraryTest, ManyThreadsUseOneLibrary) {
-    writeVoicesFile(R"({"voices":[{"id":"shared"}]})");
-    library.load();
-    constexpr int perThread = 12;
-    std::atomic<bool> done{false};
-    std::vector<std::thread> writers;
-    for (int thread = 0; thread < 3; ++thread)
-        writers.emplace_back([&, thread] {
-            for (int i = 0; i < perThread; ++i) {
-                const auto ms = 5000 + thread * 100 + i;
-                const VoiceInfo voice = library.addClone(specOf(wavOf(1000, ms), "text"));
-                if (i % 3 == 0) library.addClip(voice.id, {wavOf(1000, 5000), "more"});
-                if (i % 4 == 0) library.remove(voice.id);
-                VoiceInfo common = *library.find("shared");
-                common.note = std::to_string(ms);
-                library.update(common);
-            }
-        });
-    std::thread reader([&] {
-        while (!done) {
-            for (const VoiceInfo& voice : library.all()) (void)library.findByDisplay(voice.display);
-            (void)library.resolve(TtsRequest::make("x", "zh", TtsGender::male, 1));
-        }
-    });
-    for (std::thread& writer : writers) writer.join();
-    done = true;
-    reader.join();
-    EXPECT_EQ(library.count(), 1U + 3 * (perThread - perThread / 4));
-    // Without a further save: what stands in the file is what stands in memory.
-    VoiceLibrary onDisk(config, voicesFile(), clips());
-    onDisk.load();
-    const std::vector<VoiceInfo> expected = library.all();
-    const std::vector<VoiceInfo> found = onDisk.all();
-    ASSERT_EQ(found.size(), expected.size());
-    for (std::size_t i = 0; i < found.size(); ++i) {
-        EXPECT_EQ(found[i].id, expected[i].id);
-        EXPECT_EQ(found[i].note, expected[i].note);
-        EXPECT_EQ(found[i].clips.size(), expected[i].clips.size());
-    }
+    EXPECT_EQ(library.count(), 304U + 2 * 5);
 }
 
 }  // namespace

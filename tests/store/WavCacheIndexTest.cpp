@@ -10,7 +10,6 @@
 #include "core/base/Json.h"
 #include "core/diag/AppLog.h"
 #include "core/platform/Files.h"
-#include "core/platform/Unicode.h"
 #include "core/store/CacheIndex.h"
 #include "core/store/CacheIndexReader.h"
 #include "core/store/FileNames.h"
@@ -22,7 +21,6 @@
 namespace zepho {
 namespace {
 
-using test::clipOf;
 using test::expectInvariants;
 using test::putClip;
 using test::readFile;
@@ -30,6 +28,18 @@ using test::TempDir;
 using test::warnings;
 using test::wavOfSize;
 using test::writeFile;
+
+std::map<std::string, std::string> byKey(const std::vector<CacheRecordPointer>& list) {
+    std::map<std::string, std::string> lines;
+    for (const CacheRecordPointer& record : list) {
+        const CacheEntry entry = record->entry();
+        lines[std::string(record->key)] =
+            Json({entry.fileName, entry.voiceId, entry.text, entry.language, entry.speed,
+                  entry.sampleRate, entry.durationMs, entry.bytes})
+                .dump();
+    }
+    return lines;
+}
 
 TEST(CacheIndex, TextIsWhatTheJsonLibraryWrites) {
     const TempDir home;
@@ -64,22 +74,24 @@ TEST(CacheIndex, TextIsWhatTheJsonLibraryWrites) {
 
     const auto loaded = loadCacheIndex(home.file("index.json"));
     ASSERT_TRUE(loaded);
-    ASSERT_EQ(loaded->size(), 5U);
-    EXPECT_EQ((*loaded)[2]->text, "航班 ✈ \xF0\x9F\x9B\xAB");
-    EXPECT_EQ((*loaded)[2]->speed, 0.8F);
-    EXPECT_EQ((*loaded)[2]->bytes, INT64_MAX);
+    records.resize(4);
+    EXPECT_EQ(byKey(*loaded)["z"], byKey(records)["z"]);
+    EXPECT_EQ(byKey(*loaded)["b"], byKey(records)["b"]);
 }
 
-std::map<std::string, std::string> byKey(const std::vector<CacheRecordPointer>& list) {
-    std::map<std::string, std::string> lines;
-    for (const CacheRecordPointer& record : list) {
-        const CacheEntry entry = record->entry();
-        lines[std::string(record->key)] =
-            Json({entry.fileName, entry.voiceId, entry.text, entry.language, entry.speed,
-                  entry.sampleRate, entry.durationMs, entry.bytes})
-                .dump();
+// However the file is cut up on its way; an end too soon is none.
+void expectReadInPieces(const std::string& text, const std::vector<CacheRecordPointer>& records) {
+    for (const std::size_t size : {std::size_t{1}, std::size_t{97}, text.size()}) {
+        OwnIndexReader reader;
+        for (std::size_t pos = 0; pos < text.size(); pos += size) {
+            ASSERT_FALSE(reader.isComplete());
+            ASSERT_TRUE(reader.take(std::string_view(text).substr(pos, size))) << pos;
+        }
+        ASSERT_TRUE(reader.isComplete());
+        EXPECT_EQ(byKey(reader.records()), byKey(records));
+        static_cast<void>(reader.take("\n"));
+        EXPECT_FALSE(reader.isComplete());
     }
-    return lines;
 }
 
 // The reader has a short way for the text that the cache itself writes. Whatever happens to a byte of
@@ -117,36 +129,15 @@ TEST(CacheIndex, OwnFormReadsAsTheJsonLibraryDoes) {
     EXPECT_GT(accepted, 500);
     ASSERT_TRUE(readIndexText(text));
     EXPECT_EQ(byKey(*readIndexText(text)), byKey(records));
-}
-
-// However the file is cut up on its way, and whatever its texts are; an end too soon is none.
-TEST(CacheIndex, OwnFormIsReadInPieces) {
-    const TempDir home;
-    const std::vector<std::string> texts = {
-        "", "Gate 42", "quoted \"\"", "\\", "é航班 🛫\n", std::string(3000, 'x') + "\n\n"};
-    std::vector<CacheRecordPointer> records;
+    expectReadInPieces(text, records);
     for (int i = 0; i < 600; ++i) {
         const std::string key = "k" + std::to_string(i * 7919 % 1000);
-        const auto& text = texts[static_cast<std::size_t>(i) % texts.size()];
         records.push_back(makeCacheRecord(
-            key,
-            {i % 5 == 0 ? "other" + key : key + ".wav", "voice" + std::to_string(i / 100), text,
-             i % 3 == 0 ? "zh" : "", static_cast<float>(i) / 100, i, i * 1000000000000, i, 0}));
+            key, {i % 5 == 0 ? "other" + key : key + ".wav", "voice", std::string(i % 100, '\n'),
+                  i % 3 == 0 ? "zh" : "", 1, i, i * 1000000000000, i, 0}));
     }
     saveCacheIndex(home.file("index.json"), records);
-    const std::string text = readFile(home.file("index.json"));
-    for (const std::size_t size :
-         {std::size_t{1}, std::size_t{97}, std::size_t{5000}, text.size()}) {
-        OwnIndexReader reader;
-        for (std::size_t pos = 0; pos < text.size(); pos += size) {
-            ASSERT_FALSE(reader.isComplete());
-            ASSERT_TRUE(reader.take(std::string_view(text).substr(pos, size))) << pos;
-        }
-        ASSERT_TRUE(reader.isComplete());
-        EXPECT_EQ(byKey(reader.records()), byKey(records));
-        static_cast<void>(reader.take("\n"));
-        EXPECT_FALSE(reader.isComplete());
-    }
+    expectReadInPieces(readFile(home.file("index.json")), records);
     EXPECT_EQ(byKey(*loadCacheIndex(home.file("index.json"))), byKey(records));
     // One that is far from our form is not collected in vain.
     OwnIndexReader reader;
@@ -157,7 +148,6 @@ TEST(CacheIndex, NamesAreFoundInAnyOrder) {
     std::mt19937 random(1);
     std::set<std::string> there;
     FileNames names;
-    EXPECT_EQ(names.find("a"), nullptr);
     while (there.size() < 500) {
         std::string name(random() % 12, 'a');
         for (char& byte : name) byte = "ab\xff"[random() % 3];
@@ -166,51 +156,14 @@ TEST(CacheIndex, NamesAreFoundInAnyOrder) {
     names.sort();
     std::vector<std::string> asked(there.begin(), there.end());
     for (const std::string& name : there) asked.push_back(name + "b");
-    std::sort(asked.begin(), asked.end());
     for (int round = 0; round < 3; ++round) {
         for (const std::string& name : asked) {
             const FileNames::Name* const found = names.find(name);
             ASSERT_EQ(found != nullptr, there.contains(name));
-            if (found == nullptr) continue;
-            ASSERT_EQ(names.text(*found), name);
+            ASSERT_TRUE(found == nullptr || names.text(*found) == name);
         }
-        if (round == 0) std::reverse(asked.begin(), asked.end());
-        if (round == 1) std::shuffle(asked.begin(), asked.end(), random);
+        std::shuffle(asked.begin(), asked.end(), random);
     }
-}
-
-TEST(CacheIndex, EntriesSurviveARestart) {
-    const TempDir home;
-    std::map<std::string, CacheEntry> before;
-    {
-        WavCache cache(home.path(), 0);
-        putClip(cache, "a", 100);
-        std::string longText;
-        for (int i = 0; i < 250; ++i) longText += "é🛫";
-        cache.put("b", longText + "\xff", clipOf(wavOfSize(200)));
-        cache.put("c", "bad \xff text", clipOf(wavOfSize(300)));
-        cache.flush();
-        before = cache.snapshot();
-        EXPECT_EQ(graphemeCount(before["b"].text), 200U);
-    }
-    AppLog::clear();
-    const WavCache again(home.path(), 0);
-    EXPECT_EQ(AppLog::snapshot().back().text,
-              "cache loaded: 3 entries / 0.0 MB from " + home.path());
-    const auto after = again.snapshot();
-    ASSERT_EQ(after.size(), 3U);
-    for (const auto& [key, entry] : before) {
-        const CacheEntry& loaded = after.at(key);
-        EXPECT_EQ(loaded.fileName, key + ".wav");
-        EXPECT_EQ(loaded.voiceId, entry.voiceId);
-        EXPECT_EQ(loaded.text, entry.text);
-        EXPECT_EQ(loaded.language, entry.language);
-        EXPECT_EQ(loaded.speed, entry.speed);
-        EXPECT_EQ(loaded.sampleRate, entry.sampleRate);
-        EXPECT_EQ(loaded.durationMs, entry.durationMs);
-        EXPECT_EQ(loaded.bytes, entry.bytes);
-    }
-    EXPECT_EQ(again.stats().bytes, 600);
 }
 
 TEST(CacheIndex, IsWrittenAtMostOnceInTwoSeconds) {
@@ -223,19 +176,14 @@ TEST(CacheIndex, IsWrittenAtMostOnceInTwoSeconds) {
     putClip(cache, "b", 100);
     if (std::chrono::steady_clock::now() - wroteFirst < std::chrono::milliseconds(1500)) {
         EXPECT_EQ(readFile(home.file("index.json")), first);
-        EXPECT_FALSE(fileExists(home.file("index.json.bak")));
     }
     cache.flush();
-    const std::string both = readFile(home.file("index.json"));
-    EXPECT_EQ(parseJsonObject(both)->size(), 2U);
-    EXPECT_EQ(parseJsonObject(readFile(home.file("index.json.bak")))->size(), 1U);
+    EXPECT_EQ(parseJsonObject(readFile(home.file("index.json")))->size(), 2U);
+    EXPECT_EQ(readFile(home.file("index.json.bak")), first);
 
-    const auto backup = fileIdentity(home.file("index.json.bak"));
     const auto index = fileIdentity(home.file("index.json"));
-    cache.flush();
     ASSERT_TRUE(cache.tryGet("a"));
     cache.flush();
-    EXPECT_EQ(fileIdentity(home.file("index.json.bak")), backup);
     EXPECT_EQ(fileIdentity(home.file("index.json")), index);
 }
 
@@ -283,37 +231,6 @@ TEST(CacheIndex, DamagedIndexIsRecoveredFromTheBackup) {
     expectInvariants(cache);
 }
 
-TEST(CacheIndex, LinesAreReadLoosely) {
-    const TempDir home;
-    for (const char* key : {"a", "b", "c"})
-        writeFile(home.file(std::string(key) + ".wav"), asText(wavOfSize(100)));
-    writeFile(home.file("index.json"), R"({
-        "a": {"file": "a.wav", "voice": 12, "text": null, "language": {"text": "x"}, "speed": "0.5",
-              "sampleRate": 44100.9, "durationMs": "30", "bytes": 5, "extra": {"file": "c.wav"}},
-        "b": {"file": "b.wav"},
-        "gone": {"file": "gone.wav", "bytes": 1000},
-        "nameless": {"bytes": 1000},
-        "number": 5, "list": [{"file": "c.wav"}], "none": null,
-        "c": {"file": "b.wav", "bytes": 1}, "c": {"file": "c.wav", "bytes": 7}})");
-    AppLog::clear();
-    const WavCache cache(home.path(), 0);
-    EXPECT_TRUE(warnings().empty());
-    const auto entries = cache.snapshot();
-    ASSERT_EQ(entries.size(), 3U);
-    EXPECT_EQ(entries.at("a").voiceId, "12");
-    EXPECT_EQ(entries.at("a").text, "");
-    EXPECT_EQ(entries.at("a").language, "");
-    EXPECT_EQ(entries.at("a").speed, 0.5F);
-    EXPECT_EQ(entries.at("a").sampleRate, 44100);
-    EXPECT_EQ(entries.at("a").durationMs, 30);
-    // Believed, whatever the file's size.
-    EXPECT_EQ(entries.at("a").bytes, 5);
-    EXPECT_EQ(entries.at("b").bytes, 0);
-    EXPECT_EQ(entries.at("b").speed, 1.0F);
-    EXPECT_EQ(entries.at("c").bytes, 7);
-    EXPECT_EQ(cache.stats().bytes, 12);
-}
-
 TEST(CacheIndex, HostileLinesReachNoOtherFileAndBreakNoSum) {
     const TempDir home;
     const std::string dir = home.file("cache/");
@@ -327,9 +244,20 @@ TEST(CacheIndex, HostileLinesReachNoOtherFileAndBreakNoSum) {
         "a": {"file": "a.wav", "bytes": 9223372036854775807, "sampleRate": 99999999999},
         "b": {"file": "b.wav", "bytes": 9223372036854775807, "durationMs": -5},
         "c": {"file": "c.wav", "bytes": -9223372036854775808, "speed": 1e300},
-        "d": {"file": "d.wav", "bytes": 1e30}})");
+        "d": {"file": "d.wav", "bytes": 1e30},
+        "gone": {"file": "gone.wav", "bytes": 1000}, "nameless": {"bytes": 1000},
+        "number": 5, "list": [{"file": "d.wav"}], "Loose": {"file": "a.wav", "bytes": 1},
+        "Loose": {"file": "d.wav", "voice": 12, "text": null, "language": {"text": "x"},
+                  "speed": "0.5", "sampleRate": 44100.9, "durationMs": "30", "bytes": 5,
+                  "extra": {"file": "c.wav"}}})");
     WavCache cache(dir, 0);
-    EXPECT_EQ(cache.stats().count, 4);
+    EXPECT_EQ(cache.stats().count, 5);
+    const CacheEntry loose = cache.snapshot()["Loose"];
+    EXPECT_EQ(loose.fileName + "|" + loose.voiceId + "|" + loose.text + "|" + loose.language,
+              "d.wav|12||");
+    EXPECT_EQ(loose.speed, 0.5F);
+    EXPECT_EQ(loose.sampleRate, 44100);
+    EXPECT_EQ(loose.durationMs, 30);
     for (const char* key : {"up", "dots", "down", "self"}) {
         EXPECT_FALSE(cache.tryGet(key));
         EXPECT_FALSE(cache.remove(key));
@@ -345,26 +273,6 @@ TEST(CacheIndex, HostileLinesReachNoOtherFileAndBreakNoSum) {
     cache.clear();
     EXPECT_TRUE(fileExists(home.file("secret.wav")));
     EXPECT_TRUE(fileExists(dir + "sub/inner.wav"));
-}
-
-TEST(CacheIndex, DirectoryThatCannotBeWrittenIsAWarning) {
-    const TempDir home;
-    writeFile(home.file("file"), "in the way");
-    AppLog::clear();
-    const std::string dir = home.file("file/cache/");
-    WavCache cache(dir, 1000);
-    putClip(cache, "a", 100);
-    EXPECT_FALSE(cache.tryGet("a"));
-    ASSERT_EQ(warnings().size(), 1U);
-    EXPECT_EQ(warnings()[0].find("cannot write cache to " + dir + ": Not a directory"), 0U)
-        << warnings()[0];
-    // Nothing to write is no failure; the emptied cache is, and stays to be written.
-    cache.flush();
-    EXPECT_EQ(warnings().size(), 1U);
-    cache.clear();
-    cache.flush();
-    ASSERT_EQ(warnings().size(), 3U);
-    EXPECT_EQ(warnings()[2].find("cannot write cache index: "), 0U);
 }
 
 }  // namespace

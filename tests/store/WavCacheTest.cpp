@@ -7,6 +7,7 @@
 
 #include "core/diag/AppLog.h"
 #include "core/platform/Files.h"
+#include "core/platform/Unicode.h"
 #include "core/store/WavCache.h"
 #include "tests/store/CacheTestSupport.h"
 #include "tests/support/TempDir.h"
@@ -14,6 +15,7 @@
 namespace zepho {
 namespace {
 
+using test::clipOf;
 using test::expectInvariants;
 using test::putClip;
 using test::readFile;
@@ -22,19 +24,34 @@ using test::warnings;
 using test::wavOfSize;
 using test::writeFile;
 
-TEST(WavCache, GivesBackWhatWasPut) {
+TEST(WavCache, GivesBackWhatWasPutAlsoAfterARestart) {
     const TempDir home;
+    std::string longText;
+    for (int i = 0; i < 250; ++i) longText += "é🛫";
+    {
+        WavCache cache(home.file("cache"), 0);
+        EXPECT_FALSE(cache.tryGet("K"));
+        cache.put("K", longText + "\xff", clipOf(wavOfSize(1000)));
+        // Reading the audio counts nowhere; an empty clip is not kept; switched off, nothing moves.
+        EXPECT_EQ(asText(*cache.readAudio("K")), asText(wavOfSize(1000)));
+        cache.put("empty", "", TtsResult());
+        cache.enabled = false;
+        putClip(cache, "off", 100);
+        EXPECT_FALSE(cache.tryGet("K"));
+        EXPECT_TRUE(cache.contains("K"));
+        cache.enabled = true;
+        EXPECT_TRUE(cache.tryGet("K"));
+        EXPECT_EQ(cache.stats().hitRate(), 0.5);
+        expectInvariants(cache);
+        cache.flush();
+    }
     WavCache cache(home.file("cache"), 0);
-    EXPECT_EQ(cache.directory(), home.file("cache/"));
-    EXPECT_EQ(cache.stats().hitRate(), 0.0);
-    EXPECT_FALSE(cache.tryGet("K"));
-    putClip(cache, "K", 1000);
-
+    EXPECT_EQ(cache.stats().bytes, 1000);
+    EXPECT_EQ(graphemeCount(cache.snapshot()["K"].text), 200U);
     const auto hit = cache.tryGet("K");
     ASSERT_TRUE(hit);
     EXPECT_EQ(asText(hit->wav), asText(wavOfSize(1000)));
     EXPECT_EQ(hit->sampleRate, 8000);
-    EXPECT_EQ(hit->channels, 1);
     EXPECT_EQ(hit->durationMs, 77);
     EXPECT_EQ(hit->synthMs, 0);
     EXPECT_EQ(hit->voiceId, "voice");
@@ -44,72 +61,6 @@ TEST(WavCache, GivesBackWhatWasPut) {
     EXPECT_EQ(hit->engine, "");
     EXPECT_EQ(hit->etag, "K");
     EXPECT_TRUE(hit->fromCache);
-    EXPECT_EQ(cache.stats().hitRate(), 0.5);
-
-    // Reading the audio counts nowhere; an empty clip is not kept; switched off, nothing moves.
-    EXPECT_EQ(asText(*cache.readAudio("K")), asText(wavOfSize(1000)));
-    EXPECT_FALSE(cache.readAudio("other"));
-    cache.put("empty", "", TtsResult());
-    cache.enabled = false;
-    putClip(cache, "off", 100);
-    EXPECT_FALSE(cache.tryGet("K"));
-    EXPECT_TRUE(cache.contains("K"));
-    cache.enabled = true;
-    const CacheStats stats = cache.stats();
-    EXPECT_EQ(stats.count, 1);
-    EXPECT_EQ(stats.hits, 1);
-    EXPECT_EQ(stats.misses, 1);
-    expectInvariants(cache);
-}
-
-TEST(WavCache, BudgetIsKeptToTheByte) {
-    const TempDir home;
-    WavCache cache(home.path(), 1000);
-    putClip(cache, "big", 2000);
-    EXPECT_EQ(cache.stats().count, 0);
-    EXPECT_FALSE(fileExists(home.file("big.wav")));
-
-    for (const char* key : {"a", "b", "c", "d"}) putClip(cache, key, 250);
-    EXPECT_EQ(cache.stats().evictions, 0);
-    EXPECT_EQ(cache.stats().bytes, 1000);
-    cache.setBudget(999);
-    EXPECT_FALSE(cache.contains("a"));
-    EXPECT_FALSE(fileExists(home.file("a.wav")));
-    EXPECT_EQ(cache.stats().bytes, 750);
-    EXPECT_EQ(cache.stats().evictions, 1);
-
-    // A clip too large for the budget evicts nothing; one that fits evicts no more than it must.
-    putClip(cache, "big", 1000);
-    EXPECT_EQ(cache.stats().count, 3);
-    putClip(cache, "e", 450);
-    EXPECT_FALSE(cache.contains("b"));
-    EXPECT_TRUE(cache.contains("c"));
-    expectInvariants(cache);
-
-    // The same key with a shorter clip.
-    putClip(cache, "e", 300);
-    EXPECT_EQ(cache.stats().bytes, 800);
-    EXPECT_EQ(cache.stats().evictions, 2);
-
-    cache.setBudget(-5);
-    EXPECT_EQ(cache.stats().budgetBytes, 0);
-    for (int i = 0; i < 20; ++i) putClip(cache, "more" + std::to_string(i), 1000);
-    EXPECT_EQ(cache.stats().evictions, 2);
-    expectInvariants(cache);
-}
-
-TEST(WavCache, UseProtectsFromEvictionAndReadingDoesNot) {
-    const TempDir home;
-    WavCache cache(home.path(), 0);
-    for (const char* key : {"a", "b", "c"}) putClip(cache, key, 100);
-    ASSERT_TRUE(cache.tryGet("a"));
-    ASSERT_TRUE(cache.readAudio("b"));
-    cache.setBudget(200);
-    EXPECT_TRUE(cache.contains("a"));
-    EXPECT_FALSE(cache.contains("b"));
-    putClip(cache, "d", 100);
-    EXPECT_TRUE(cache.contains("a"));
-    EXPECT_FALSE(cache.contains("c"));
 }
 
 // Whether from memory or from disk, a hit is what the file holds now.
@@ -156,7 +107,6 @@ TEST(WavCache, NoticesVanishedAndReplacedFiles) {
     EXPECT_EQ(get(), "(miss)");
     EXPECT_EQ(warnings(),
               std::vector<std::string>{"cannot read cache file (k.wav), dropping the entry"});
-    EXPECT_FALSE(cache.contains("k"));
     EXPECT_EQ(cache.stats().misses, before.misses + 1);
     EXPECT_EQ(cache.stats().bytes, 0);
     putClip(cache, "k", 60, 9);
@@ -170,7 +120,6 @@ TEST(WavCache, RemoveAndClear) {
     putClip(cache, "b", 100);
     ASSERT_TRUE(cache.tryGet("a"));
     EXPECT_TRUE(cache.remove("a"));
-    EXPECT_FALSE(cache.remove("a"));
     EXPECT_FALSE(fileExists(home.file("a.wav")));
     EXPECT_EQ(readFile(home.file("index.json")).find("\"a\""), std::string::npos);
 
@@ -180,11 +129,9 @@ TEST(WavCache, RemoveAndClear) {
     AppLog::clear();
     cache.clear();
     EXPECT_TRUE(warnings().empty());
-    EXPECT_FALSE(fileExists(home.file("b.wav")));
     EXPECT_FALSE(fileExists(home.file("unknown.wav")));
     EXPECT_TRUE(fileExists(home.file("notes.txt")));
     EXPECT_EQ(readFile(home.file("index.json")), "{}");
-    EXPECT_EQ(cache.stats().hits, 1);
 
     // A directory that is not empty cannot be deleted as a file can.
     putClip(cache, "c", 100);
@@ -196,6 +143,21 @@ TEST(WavCache, RemoveAndClear) {
     EXPECT_EQ(cache.stats().count, 0);
     EXPECT_EQ(readFile(home.file("index.json")), "{}");
     expectInvariants(cache);
+}
+
+TEST(WavCache, DirectoryThatCannotBeWrittenIsAWarning) {
+    const TempDir home;
+    writeFile(home.file("file"), "in the way");
+    AppLog::clear();
+    WavCache cache(home.file("file/cache/"), 1000);
+    putClip(cache, "a", 100);
+    EXPECT_FALSE(cache.tryGet("a"));
+    // Nothing to write is no failure; the emptied cache is, and stays to be written.
+    cache.flush();
+    EXPECT_EQ(warnings().size(), 1U);
+    cache.clear();
+    cache.flush();
+    EXPECT_EQ(warnings().size(), 3U);
 }
 
 // Random operations against a list ordered by use.
@@ -214,27 +176,25 @@ TEST(WavCache, AgreesWithASimpleModel) {
                             [&](const Kept& kept) { return kept.key == key; });
     };
     const auto evict = [&] {
-        const auto total = [&] {
-            std::int64_t sum = 0;
-            for (const Kept& kept : model) sum += kept.size;
-            return sum;
-        };
-        while (budget > 0 && total() > budget) {
+        std::int64_t total = 0;
+        for (const Kept& kept : model) total += kept.size;
+        for (; budget > 0 && total > budget; ++evictions) {
+            total -= model.front().size;
             model.erase(model.begin());
-            ++evictions;
         }
     };
     std::mt19937 random(7);
     for (int step = 0; step < 800; ++step) {
         const std::string key = "key" + std::to_string(random() % 12);
-        const std::int64_t size = 46 + 2 * static_cast<std::int64_t>(random() % 100);
+        // Few sizes, so that the budget is often met to the byte.
+        const std::int64_t size = 100 * (1 + static_cast<std::int64_t>(random() % 5));
         switch (random() % 16) {
             case 0:
                 EXPECT_EQ(cache.remove(key), place(key) != model.end());
                 std::erase_if(model, [&](const Kept& kept) { return kept.key == key; });
                 break;
             case 1:
-                budget = static_cast<std::int64_t>(random() % 4) * 400;
+                budget = static_cast<std::int64_t>(random() % 5) * 400 - 400;
                 cache.setBudget(budget);
                 evict();
                 break;
@@ -268,6 +228,10 @@ TEST(WavCache, AgreesWithASimpleModel) {
         if (step % 20 != 0) continue;
         auto entries = cache.snapshot();
         ASSERT_EQ(entries.size(), model.size());
+        std::size_t files = 0;
+        for (const auto& file : std::filesystem::directory_iterator(home.path()))
+            files += file.path().extension() == ".wav" ? 1 : 0;
+        EXPECT_EQ(files, model.size());
         std::int64_t before = 0;
         for (const Kept& kept : model) {
             ASSERT_EQ(entries[kept.key].bytes, kept.size);
@@ -293,29 +257,15 @@ TEST(WavCache, ManyThreads) {
                     const std::string key = "key" + std::to_string(number);
                     const auto fill = static_cast<std::uint8_t>(number);
                     const std::size_t size = 200 + 60 * number;
-                    switch (random() % 12) {
-                        case 0:
-                            cache.remove(key);
-                            break;
-                        case 1:
-                            cache.flush();
-                            break;
-                        case 2:
-                            if (step % 50 == 0) cache.clear();
-                            break;
-                        case 3:
-                            cache.setBudget(1000 + static_cast<std::int64_t>(random() % 5000));
-                            break;
-                        case 4:
-                        case 5:
-                        case 6:
-                            putClip(cache, key, size, fill);
-                            break;
-                        default:
-                            // Whatever the others do, a clip is whole and its own.
-                            if (const auto hit = cache.tryGet(key)) {
-                                EXPECT_EQ(asText(hit->wav), asText(wavOfSize(size, fill)));
-                            }
+                    const unsigned what = random() % 12;
+                    if (what == 0) cache.remove(key);
+                    if (what == 1) cache.flush();
+                    if (what == 2 && step % 50 == 0) cache.clear();
+                    if (what == 3) cache.setBudget(1000 + static_cast<int>(random() % 5000));
+                    if (what < 7) putClip(cache, key, size, fill);
+                    // Whatever the others do, a clip is whole and its own.
+                    if (const auto hit = cache.tryGet(key)) {
+                        EXPECT_EQ(asText(hit->wav), asText(wavOfSize(size, fill)));
                     }
                 }
             });
@@ -330,28 +280,19 @@ TEST(WavCache, ManyThreads) {
 
 TEST(HotClips, KeepsTheLatestWithinItsCapacity) {
     const FileIdentity identity{1, 2, 3, 4, 5};
-    FileIdentity changed = identity;
-    changed.changedNs = 6;
+    const FileIdentity changed{1, 2, 3, 4, 6};
     HotClips hot(1000);
-    const SharedBytes clip(Bytes(400));
-    hot.add("a", identity, clip);
-    hot.add("b", identity, clip);
-    EXPECT_EQ(hot.find("a", identity)->data(), clip.data());
-    hot.add("c", identity, clip);
-    EXPECT_FALSE(hot.find("b", identity));
+    for (const char* key : {"a", "b"}) hot.add(key, identity, SharedBytes(Bytes(400)));
     EXPECT_TRUE(hot.find("a", identity));
+    hot.add("c", identity, SharedBytes(Bytes(400)));
+    EXPECT_FALSE(hot.find("b", identity));
     EXPECT_FALSE(hot.find("a", changed));
     hot.add("a", changed, SharedBytes(Bytes(600)));
-    EXPECT_EQ(hot.bytes(), 1000U);
     EXPECT_EQ(hot.find("a", changed)->size(), 600U);
     hot.add("large", identity, SharedBytes(Bytes(1001)));
     EXPECT_EQ(hot.bytes(), 1000U);
     hot.drop("a");
-    hot.drop("a");
     EXPECT_EQ(hot.bytes(), 400U);
-    hot.clear();
-    EXPECT_EQ(hot.bytes(), 0U);
-    EXPECT_FALSE(hot.find("c", identity));
 }
 
 }  // namespace

@@ -2,16 +2,19 @@
 
 import http.client
 import json
+import math
 import os
 import pathlib
 import select
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
 import time
+import wave
 
 
 # An end from outside unwinds, so that no service is left behind.
@@ -22,6 +25,16 @@ def free_port():
     with socket.socket() as probe:
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
+
+
+def write_clip(path, seconds):
+    """A tone as a WAV file, to clone a voice from."""
+    with wave.open(str(path), "wb") as clip:
+        clip.setnchannels(1)
+        clip.setsampwidth(2)
+        clip.setframerate(22050)
+        clip.writeframes(b"".join(struct.pack("<h", int(9000 * math.sin(i * 0.07)))
+                                  for i in range(22050 * seconds)))
 
 
 class Service:
