@@ -139,6 +139,28 @@ TEST(TimeStretch, PicksTheFramesOfThePlainLoop) {
     }
 }
 
+// The tone that a clip holds, by the crossings of zero in its middle.
+double hertzOf(const PcmBuffer& pcm) {
+    const std::size_t begin = pcm.data.size() / 4;
+    const std::size_t end = begin * 3;
+    int rises = 0;
+    for (std::size_t i = begin; i < end; ++i) rises += pcm.data[i - 1] < 0 && pcm.data[i] >= 0;
+    return rises * static_cast<double>(pcm.sampleRate) / static_cast<double>(end - begin);
+}
+
+TEST(TimeStretch, KeepsThePitchThatResamplingMoves) {
+    const PcmBuffer clip{tone(32000, 440, 16000), 16000};
+    for (const float speed : {0.5F, 0.8F, 1.25F, 2.0F}) {
+        const auto stretched = changeSpeed(clip, speed, TtsSpeedMode::localStretch);
+        EXPECT_NEAR(hertzOf(stretched), 440, 3) << speed;
+        EXPECT_NEAR(static_cast<double>(stretched.data.size()), 32000 / speed, 1500) << speed;
+        const auto resampled = changeSpeed(clip, speed, TtsSpeedMode::localResample);
+        EXPECT_NEAR(hertzOf(resampled), 440 * speed, 3) << speed;
+        EXPECT_EQ(resampled.data.size(), static_cast<std::size_t>(std::lround(32000 / speed)));
+        EXPECT_EQ(changeSpeed(clip, speed, TtsSpeedMode::engine).data, stretched.data);
+    }
+}
+
 TEST(TimeStretch, LeavesAloneWhatNeedsNoChange) {
     const PcmBuffer clip{speech(4000, 8000), 8000};
     const float nan = std::numeric_limits<float>::quiet_NaN();
