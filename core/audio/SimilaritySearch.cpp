@@ -86,7 +86,7 @@ float squareSum(const float* values, std::size_t count) {
     return total;
 }
 
-// Of a sum over `terms` neighbours at each of `count` places, from those over half of them.
+// Makes `count` sums reach twice as far: each takes in the one `half` places behind it.
 HWY_INLINE void doubleSums(float* sums, std::size_t count, std::size_t half) {
     for (std::size_t c = 0; c < count; c += lanes)
         hn::StoreU(hn::Add(load(sums + c), load(sums + c + half)), floats, sums + c);
