@@ -16,8 +16,8 @@ void limitMemoryPools();
 // Gives what is free back to the system: after work on something large, as it takes a while.
 void giveBackMemory();
 
-// Does that every five seconds as long as it lives: what blocks of all sizes leave free between them adds up
-// over hours. Owned by main(), which makes it once signals are held.
+// Does that every five seconds as long as it lives: what blocks of all sizes leave free between them
+// adds up over hours. Owned by main(), which makes it once signals are held.
 class MemoryCare {
 public:
     MemoryCare();

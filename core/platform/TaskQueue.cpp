@@ -25,10 +25,12 @@ constexpr auto endingPatience = std::chrono::seconds(1);
 thread_local TaskQueue::State* ownQueue = nullptr;
 thread_local int blockingDepth = 0;
 
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
 // Events a millisecond. Where there are fewer, each of them is worth a thread of its own; where there
 // are more, threads that share them get in each other's way.
-constexpr std::uint64_t fewEvents = 30;
-constexpr std::uint64_t manyEvents = 60;
+constexpr double fewEvents = 35;
+constexpr double manyEvents = 45;
 
 int cores() {
     return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
@@ -69,21 +71,25 @@ void TaskQueue::State::leftBehind() {
 void TaskQueue::State::watch() {
     std::unique_lock guard(lock);
     const auto ends = [this] { return ending.load(); };
-    std::uint64_t seenTaken = 0;
     while (!ends()) {
         wakeWatcher.wait(guard, [&] { return watching.load() || ends(); });
+        std::uint64_t seenTaken = taken;
+        auto seenAt = std::chrono::steady_clock::now();
         for (int calm = 0; calm < watchedCalm && !wakeWatcher.wait_for(guard, watchPeriod, ends);) {
             starved.store(idle.load() == 0);
             const std::uint64_t lately = taken - std::exchange(seenTaken, taken);
             const bool stuck = !happened.empty() && lately == 0;
-            if (lately > manyEvents) inLoop.store(fewestInLoop);
-            if (lately > 0 && lately < fewEvents) inLoop.store(mostInLoop);
+            // A busy machine lets the watcher sleep for longer than it wanted to.
+            const auto now = std::chrono::steady_clock::now();
+            const double rate = static_cast<double>(lately) / Milliseconds(now - seenAt).count();
+            seenAt = now;
+            if (rate > manyEvents) inLoop.store(fewestInLoop);
+            if (rate > 0 && rate < fewEvents) inLoop.store(mostInLoop);
             calm = starved.load() || stuck ? 0 : calm + 1;
             // Whoever waits in the poller has not seen what lies here.
             if (stuck && !starved.load()) poller.post();
             guard.unlock();
-            if (starved.load()) keepIdle(1);
-            keepIdle(inLoop.load() - blocked.load());
+            keepIdle(std::max(starved.load() ? 1 : 0, inLoop.load() - blocked.load()));
             guard.lock();
         }
         watching.store(false);
