@@ -4,13 +4,13 @@
 //
 // The libraries that do the work can be brought down, and perhaps taken over, by a crafted clip. So
 // they run here, in a process that has locked itself in before it looks at the first byte. The reply
-// is a DecoderReply with the samples behind it; exit code 0 says no more than that there is one.
+// is that of DecoderReply.h; exit code 0 says no more than that there is one.
 #include <algorithm>
 #include <cstring>
 
 #include "core/audio/DecoderReply.h"
 #include "core/platform/SandboxedProgram.h"
-#include "helper/DecoderEntries.h"
+#include "helper/ClipDecoders.h"
 
 namespace {
 
@@ -20,26 +20,57 @@ constexpr int badUsage = 2;
 constexpr int noSandbox = 3;
 constexpr int noReply = 4;
 
-// The arrays of a clip of about half a minute.
-constexpr std::size_t usualMemory = std::size_t{16} << 20;
+// A few bytes can ask the Vorbis decoder for gigabytes. What an honest clip needs does not grow with
+// its length.
+constexpr std::uint64_t decoderMemory = std::uint64_t{96} << 20;
 
-// A few bytes can ask the Vorbis decoder for gigabytes, while ten minutes of stereo do need some
-// hundred megabytes. So a clip may ask for memory in proportion to what its sender had to send: the
-// lowest bit rates in use make about 220 bytes of samples and copies out of one byte. The usual memory
-// is there in any case.
-std::uint64_t addressSpaceFor(std::uint64_t clipBytes) {
-    constexpr std::uint64_t mega = std::uint64_t{1} << 20;
-    return clipBytes + usualMemory + std::min(96 * mega + 256 * clipBytes, 400 * mega);
-}
+struct Block {
+    std::uint32_t count = 0;
+    float samples[zepho::decoderBlockSize];
+
+    bool write() {
+        const bool written = zepho::writeStandardOutput(this, sizeof count + count * sizeof(float));
+        count = 0;
+        return written;
+    }
+};
+
+// What has been decoded, on its way out.
+class Reply {
+public:
+    bool add(const float* samples, std::size_t length) {
+        facts.frames += length;
+        if (facts.frames > zepho::longestClipSeconds * facts.rate) return false;
+        while (length > 0) {
+            const std::size_t step = std::min(length, zepho::decoderBlockSize - block.count);
+            std::copy_n(samples, step, block.samples + block.count);
+            block.count += static_cast<std::uint32_t>(step);
+            samples += step;
+            length -= step;
+            if (block.count == zepho::decoderBlockSize && !block.write()) return false;
+        }
+        return true;
+    }
+
+    bool end() {
+        return (block.count == 0 || block.write()) && block.write() &&
+               zepho::writeStandardOutput(&facts, sizeof facts);
+    }
+
+    zepho::DecoderReply facts{zepho::decoderReplyForm};
+
+private:
+    static inline Block block;
+};
 
 bool reply(const char* kind, Input clip) {
-    zepho::DecoderReply head{zepho::decoderReplyForm};
-    float* samples = nullptr;
-    head.status = (std::strcmp(kind, "mp3") == 0 ? zepho_mp3_decode : zepho_ogg_decode)(
-        clip.data(), clip.size(), &samples, &head.frames, &head.rate);
-    if (head.status == 1 && head.frames > zepho::longestClipSeconds * head.rate) head.status = 0;
-    if (!zepho::writeStandardOutput(&head, sizeof head)) return false;
-    return head.status != 1 || zepho::writeStandardOutput(samples, head.frames * sizeof(float));
+    Reply made;
+    const auto take = [](void* target, const float* samples, std::size_t count) {
+        return static_cast<Reply*>(target)->add(samples, count);
+    };
+    const auto decode = std::strcmp(kind, "mp3") == 0 ? zepho::decodeMp3 : zepho::decodeOgg;
+    made.facts.status = decode(clip, made.facts.rate, {take, &made});
+    return made.end();
 }
 
 }  // namespace
@@ -48,10 +79,7 @@ int main(int count, char** words) {
     if (count != 2 || (std::strcmp(words[1], "mp3") != 0 && std::strcmp(words[1], "ogg") != 0))
         zepho::endProgram(badUsage);
     const Input clip = zepho::mapStandardInput();
-    zepho::prepareHeap(usualMemory);
-    if (!zepho::enterSandbox({.addressSpace = addressSpaceFor(clip.size()),
-                              .output = sizeof(zepho::DecoderReply) + zepho::largestClipBytes,
-                              .cpuSeconds = 2}))
+    if (!zepho::enterSandbox({.addressSpace = clip.size() + decoderMemory, .cpuSeconds = 2}))
         zepho::endProgram(noSandbox);
     zepho::endProgram(reply(words[1], clip) ? 0 : noReply);
 }

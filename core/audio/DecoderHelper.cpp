@@ -1,7 +1,9 @@
 #include "core/audio/DecoderHelper.h"
 
+#include <array>
 #include <limits>
 #include <utility>
+#include <vector>
 
 #include "core/audio/DecoderReply.h"
 #include "core/audio/SampleKernels.h"
@@ -13,6 +15,8 @@ namespace zepho {
 namespace {
 
 constexpr int decoded = 1;
+// Room for the samples of most clips. What is not written to costs nothing.
+constexpr std::size_t usualClip = std::size_t{1} << 20;
 
 const char* nameOf(DecoderEntry entry) {
     return entry == DecoderEntry::mp3 ? "mp3" : "ogg";
@@ -22,28 +26,36 @@ void warn(DecoderEntry entry, const std::string& what) {
     AppLog::warn("voices", std::string("the decoder of ") + nameOf(entry) + " clips " + what);
 }
 
-bool samplesFit(const DecoderReply& head, const RunOutput& output) {
-    return head.rate >= 1 && head.rate <= std::numeric_limits<int>::max() && head.frames >= 1 &&
-           head.frames <= longestClipSeconds * head.rate &&
-           head.frames <= largestClipBytes / sizeof(float) &&
-           output.size() == sizeof head + head.frames * sizeof(float);
+// Takes over the blocks up to their end. False where they go on beyond any clip, or break off.
+bool readBlocks(std::vector<float>& samples, RunOutput& output) {
+    std::array<float, decoderBlockSize> block;
+    samples.reserve(usualClip);
+    for (;;) {
+        std::uint32_t count = 0;
+        if (!output.read(&count, sizeof count)) return false;
+        if (count == 0) return true;
+        if (count > block.size() || samples.size() + count > largestClipBytes / sizeof(float) ||
+            !output.read(block.data(), count * sizeof(float)))
+            return false;
+        // Nothing downstream could play these, and a taken-over helper may well send them.
+        silenceNonNumbers(block.data(), count);
+        samples.insert(samples.end(), block.data(), block.data() + count);
+    }
 }
 
 // Nothing if the helper's answer makes no sense.
-std::optional<DecodedClip> readReply(const RunOutput& output) {
-    DecoderReply head;
-    if (!output.read(0, &head, sizeof head) || head.form != decoderReplyForm) return std::nullopt;
-    DecodedClip clip{head.status, std::nullopt};
-    if (head.status != decoded) return clip;
-    if (!samplesFit(head, output)) return std::nullopt;
-
+std::optional<DecodedClip> readReply(RunOutput& output) {
     PcmBuffer pcm;
-    pcm.sampleRate = static_cast<int>(head.rate);
-    pcm.data.resize(head.frames);
-    if (!output.read(sizeof head, pcm.data.data(), head.frames * sizeof(float)))
+    DecoderReply facts;
+    if (!readBlocks(pcm.data, output) || !output.read(&facts, sizeof facts) || !output.ended() ||
+        facts.form != decoderReplyForm)
         return std::nullopt;
-    // Nothing downstream could play these, and a taken-over helper may well send them.
-    silenceNonNumbers(pcm.data.data(), pcm.data.size());
+    DecodedClip clip{facts.status, std::nullopt};
+    if (facts.status != decoded) return clip;
+    if (facts.rate < 1 || facts.rate > std::numeric_limits<int>::max() || facts.frames < 1 ||
+        facts.frames != pcm.data.size() || facts.frames > longestClipSeconds * facts.rate)
+        return std::nullopt;
+    pcm.sampleRate = static_cast<int>(facts.rate);
     clip.pcm = std::move(pcm);
     return clip;
 }
@@ -88,20 +100,19 @@ DecoderHelper& DecoderHelper::shared() {
 
 DecodedClip DecoderHelper::decode(DecoderEntry entry, ByteView bytes) {
     if (bytes.empty()) return {};
-    RunResult run;
-    {
-        const Turn turn(*this);
-        if (!turn.isGranted()) {
-            warn(entry, "was busy with other clips for too long");
-            return {};
-        }
-        run = runOnBytes(path, {nameOf(entry)}, bytes, bounds.deadline);
-    }
-    if (!run.problem.empty()) {
-        warn(entry, run.problem);
+    const Turn turn(*this);
+    if (!turn.isGranted()) {
+        warn(entry, "was busy with other clips for too long");
         return {};
     }
-    std::optional<DecodedClip> clip = readReply(run.output);
+    std::optional<DecodedClip> clip;
+    const std::string problem =
+        runOnBytes(path, {nameOf(entry)}, bytes, bounds.deadline,
+                   [&clip](RunOutput& output) { clip = readReply(output); });
+    if (!problem.empty()) {
+        warn(entry, problem);
+        return {};
+    }
     if (!clip) warn(entry, "gave an answer that makes no sense");
     return std::move(clip).value_or(DecodedClip{});
 }

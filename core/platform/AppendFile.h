@@ -7,6 +7,7 @@
 #include <string>
 
 #include "core/platform/Bytes.h"
+#include "core/platform/Descriptor.h"
 
 namespace zepho {
 
@@ -17,20 +18,14 @@ public:
     // The file as it stands. Absent if it is missing or the system refuses.
     [[nodiscard]] static std::optional<AppendFile> openAtEnd(const std::string& path);
 
-    AppendFile(AppendFile&& other) noexcept;
-    AppendFile& operator=(AppendFile&& other) noexcept;
-    AppendFile(const AppendFile&) = delete;
-    AppendFile& operator=(const AppendFile&) = delete;
-    ~AppendFile();
-
     // Throws std::system_error; a part of the bytes may then be in the file.
     void write(ByteView bytes);
 
 private:
-    AppendFile(int number, std::string path);
+    AppendFile(Descriptor opened, std::string path);
     static std::optional<AppendFile> open(const std::string& path, int flags);
 
-    int fd;
+    Descriptor file;
     std::string name;
 };
 

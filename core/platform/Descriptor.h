@@ -20,10 +20,15 @@ public:
 
     [[nodiscard]] int number() const { return fd; }
     [[nodiscard]] bool isOpen() const { return fd >= 0; }
-    void close();
+    // False, with errno set, where an error of the file shows only now. Closed in any case.
+    bool close();
 
 private:
     int fd = -1;
 };
+
+// The same file under a number that is none of the three standard ones. What a child gets as those is
+// put there one after the other, which must not hit a file that is still to be placed.
+[[nodiscard]] Descriptor aboveStandard(Descriptor opened);
 
 }  // namespace zepho

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "core/platform/AppendFile.h"
+#include "core/platform/Descriptor.h"
 #include "core/platform/Directory.h"
 #include "core/platform/Files.h"
 #include "core/platform/PassingTrouble.h"
@@ -21,27 +22,6 @@ namespace zepho {
 namespace {
 
 constexpr const char* temporaryMark = ".zepho-tmp-";
-
-class Descriptor {
-public:
-    explicit Descriptor(int number) : fd(number) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (fd >= 0) ::close(fd);
-    }
-    [[nodiscard]] bool isOpen() const { return fd >= 0; }
-    [[nodiscard]] int number() const { return fd; }
-    // Reports an error that only shows when the file is closed.
-    int closeNow() {
-        const int result = ::close(fd);
-        fd = -1;
-        return result;
-    }
-
-private:
-    int fd;
-};
 
 // A write that fails is told, but for a want of descriptors; a read has nobody to tell.
 bool mayPass(int number, int flags) {
@@ -125,7 +105,7 @@ void replaceFile(const std::string& path,
     try {
         write(file.number(), temporary);
         if (syncRetrying(file.number()) != 0) throwErrno(errno, temporary);
-        if (file.closeNow() != 0) throwErrno(errno, temporary);
+        if (!file.close()) throwErrno(errno, temporary);
         if (::rename(temporary.c_str(), path.c_str()) != 0) throwErrno(errno, path);
     } catch (...) {
         ::unlink(temporary.c_str());
@@ -267,12 +247,13 @@ std::string lastPathComponent(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-AppendFile::AppendFile(int number, std::string path) : fd(number), name(std::move(path)) {}
+AppendFile::AppendFile(Descriptor opened, std::string path)
+    : file(std::move(opened)), name(std::move(path)) {}
 
 std::optional<AppendFile> AppendFile::open(const std::string& path, int flags) {
-    const int fd = openRetrying(path.c_str(), O_WRONLY | O_APPEND | flags, 0644);
-    if (fd < 0) return std::nullopt;
-    return AppendFile(fd, path);
+    Descriptor opened(openRetrying(path.c_str(), O_WRONLY | O_APPEND | flags, 0644));
+    if (!opened.isOpen()) return std::nullopt;
+    return AppendFile(std::move(opened), path);
 }
 
 std::optional<AppendFile> AppendFile::createEmpty(const std::string& path) {
@@ -283,21 +264,8 @@ std::optional<AppendFile> AppendFile::openAtEnd(const std::string& path) {
     return open(path, 0);
 }
 
-AppendFile::AppendFile(AppendFile&& other) noexcept
-    : fd(std::exchange(other.fd, -1)), name(std::move(other.name)) {}
-
-AppendFile& AppendFile::operator=(AppendFile&& other) noexcept {
-    std::swap(fd, other.fd);
-    std::swap(name, other.name);
-    return *this;
-}
-
-AppendFile::~AppendFile() {
-    if (fd >= 0) ::close(fd);
-}
-
 void AppendFile::write(ByteView bytes) {
-    writeAll(fd, bytes, name);
+    writeAll(file.number(), bytes, name);
 }
 
 }  // namespace zepho

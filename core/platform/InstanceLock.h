@@ -5,15 +5,14 @@
 
 #include <string>
 
+#include "core/platform/Descriptor.h"
+
 namespace zepho {
 
 class InstanceLock {
 public:
     // Tries once, without waiting. The file is made where it is missing and stays behind.
     explicit InstanceLock(const std::string& path);
-    InstanceLock(const InstanceLock&) = delete;
-    InstanceLock& operator=(const InstanceLock&) = delete;
-    ~InstanceLock();
 
     // Another program holds it. False where the file cannot be made: a disk that takes no lock is no
     // sign of another program.
@@ -21,7 +20,7 @@ public:
 
 private:
     // Constant after construction.
-    int fd = -1;
+    Descriptor file;
     bool taken = false;
 };
 

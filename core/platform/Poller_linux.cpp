@@ -41,10 +41,6 @@ bool takeOne(int counter) {
 
 }  // namespace
 
-void Descriptor::close() {
-    if (fd >= 0) ::close(std::exchange(fd, -1));
-}
-
 Poller::Poller()
     : events(made(::epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
       postings(made(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE), "eventfd")),

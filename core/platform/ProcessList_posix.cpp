@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "core/platform/Descriptor.h"
 #include "core/platform/Files.h"
 #include "core/platform/ProcessList.h"
 
@@ -88,15 +89,14 @@ std::int32_t ownProcessId() {
 }
 
 bool killProcessIf(std::int32_t pid, const std::function<bool(std::string_view program)>& accepts) {
-    const int handle = openHandle(pid);
-    if (handle < 0 && errno != ENOSYS) return false;
+    const Descriptor handle(openHandle(pid));
+    if (!handle.isOpen() && errno != ENOSYS) return false;
     const std::optional<std::string> program = programOfProcess(pid);
     bool killed = false;
     if (program && accepts(*program)) {
         // A kernel without such handles leaves the moment between the look and the kill.
-        killed = handle >= 0 ? killByHandle(handle) : ::kill(pid, SIGKILL) == 0;
+        killed = handle.isOpen() ? killByHandle(handle.number()) : ::kill(pid, SIGKILL) == 0;
     }
-    if (handle >= 0) ::close(handle);
     return killed;
 }
 

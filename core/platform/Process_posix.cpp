@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "core/platform/Descriptor.h"
 #include "core/platform/Process.h"
 
 namespace zepho {
@@ -44,37 +45,20 @@ private:
 
 // Opened here and not by the child, so that a failure costs the log and not the child. The append
 // mode keeps the file whole when a straggler of an earlier child still writes to it.
-class OutputFile {
-public:
-    explicit OutputFile(const std::string& path) {
-        if (path.empty()) return;
-        do {
-            fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
-        } while (fd < 0 && errno == EINTR);
-        // In a program whose own standard descriptors are closed the file may get one of their
-        // numbers, which the child's stdin would then take away.
-        if (fd >= 0 && fd <= STDERR_FILENO) {
-            const int higher = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-            ::close(fd);
-            fd = higher;
-        }
-    }
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
-    ~OutputFile() {
-        if (fd >= 0) ::close(fd);
-    }
-    [[nodiscard]] int number() const { return fd; }
-
-private:
+Descriptor openOutput(const std::string& path) {
+    if (path.empty()) return {};
     int fd = -1;
-};
+    do {
+        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+    } while (fd < 0 && errno == EINTR);
+    return aboveStandard(Descriptor(fd));
+}
 
-void describeFiles(FileActions& actions, const ProcessSpec& spec, const OutputFile& output) {
+void describeFiles(FileActions& actions, const ProcessSpec& spec, const Descriptor& output) {
     check(::posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0),
           "spawn");
     for (const int target : {STDOUT_FILENO, STDERR_FILENO}) {
-        check(output.number() >= 0
+        check(output.isOpen()
                   ? ::posix_spawn_file_actions_adddup2(actions.get(), output.number(), target)
                   : ::posix_spawn_file_actions_addopen(actions.get(), target, "/dev/null", O_WRONLY,
                                                        0),
@@ -135,7 +119,7 @@ int waitidRetrying(std::int32_t pid, siginfo_t& info, int options) {
 }  // namespace
 
 std::shared_ptr<Process> Process::spawn(const ProcessSpec& spec) {
-    const OutputFile output(spec.outputFile);
+    const Descriptor output = openOutput(spec.outputFile);
     FileActions actions;
     describeFiles(actions, spec, output);
     Attributes attributes;

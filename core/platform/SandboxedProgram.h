@@ -16,22 +16,15 @@ namespace zepho {
 // for the life of the program.
 [[nodiscard]] std::span<const std::uint8_t> mapStandardInput();
 
-// Has the first `bytes` of the heap come in large pages where the system has them, and large blocks
-// come from the heap. A program that lives for milliseconds spends many of them on the first touch of
-// small pages. For a program that has not allocated much yet; up to 4 MB more of its address space go
-// into it.
-void prepareHeap(std::size_t bytes);
-
 struct SandboxLimits {
     std::uint64_t addressSpace = 0;  // bytes, all that is mapped already included
-    std::uint64_t output = 0;        // bytes that a file may grow to
     std::uint32_t cpuSeconds = 0;
 };
 
 // Gives up, for good: files, processes, new privileges, a core dump, and whatever system call is not
-// needed to compute and to answer (a kernel without such filters is taken as it is). Exceeding a
-// limit of time or output or making another call ends the program by a signal; memory beyond the
-// limit is refused. The program also ends when its parent does. False if a limit could not be set.
+// needed to compute and to answer (a kernel without such filters is taken as it is). Exceeding the
+// limit of time or making another call ends the program by a signal; memory beyond the limit is
+// refused, and no file grows. The program also ends when its parent does. False if a limit could not be set.
 [[nodiscard]] bool enterSandbox(const SandboxLimits& limits);
 
 [[nodiscard]] bool writeStandardOutput(const void* bytes, std::size_t size);

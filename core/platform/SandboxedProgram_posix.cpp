@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <cstdlib>
 
 #include <signal.h>
 #include <sys/mman.h>
@@ -9,9 +8,6 @@
 
 #include "core/platform/SandboxedProgram.h"
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
 #if defined(__linux__)
 #include <cstddef>
 
@@ -157,30 +153,9 @@ std::span<const std::uint8_t> mapStandardInput() {
     return {static_cast<const std::uint8_t*>(bytes), size};
 }
 
-void prepareHeap([[maybe_unused]] std::size_t bytes) {
-#if defined(__GLIBC__) && defined(MADV_HUGEPAGE)
-    constexpr std::uintptr_t page = 2 << 20;
-    const auto most = static_cast<int>(bytes + 2 * page);
-    ::mallopt(M_MMAP_THRESHOLD, most);
-    ::mallopt(M_TRIM_THRESHOLD, most);
-    void* const all = std::malloc(bytes + page);
-    if (all == nullptr) return;
-    const auto begin = reinterpret_cast<std::uintptr_t>(all);
-    const std::uintptr_t first = (begin + page - 1) / page * page;
-    // Where the system has none, small pages do.
-    (void)::madvise(reinterpret_cast<void*>(first), bytes / page * page, MADV_HUGEPAGE);
-    // Back to the heap, which keeps it; but what lies before the first large page stays taken, and
-    // untouched. (Volatile, or the compiler drops a block that nobody uses.)
-    std::free(all);
-    [[maybe_unused]] void* volatile const gap = std::malloc(first - begin);
-    // Blocks that do not fit are mapped on their own as ever: they can then grow without a copy.
-    ::mallopt(M_MMAP_THRESHOLD, static_cast<int>(bytes));
-#endif
-}
-
 bool enterSandbox(const SandboxLimits& limits) {
     // At the softer limit of time comes the signal that tells what it was about.
-    return limit(RLIMIT_AS, limits.addressSpace) && limit(RLIMIT_FSIZE, limits.output) &&
+    return limit(RLIMIT_AS, limits.addressSpace) && limit(RLIMIT_FSIZE, 0) &&
            limit(RLIMIT_CPU, limits.cpuSeconds, limits.cpuSeconds + 1) && limit(RLIMIT_NOFILE, 0) &&
            limit(RLIMIT_NPROC, 0) && limit(RLIMIT_CORE, 0) && giveUpPrivileges() && filterCalls();
 }

@@ -1,14 +1,15 @@
-// Runs a short-lived program of ours on bytes that nobody vouches for, and hands back what it wrote.
+// Runs a short-lived program of ours on bytes that nobody vouches for, and hands on what it writes.
 //
-// The program gets the bytes as its standard input and writes to its standard output; both are
-// files in memory, so nothing passes through a pipe. It inherits no other descriptor, no
+// The program gets the bytes as its standard input, a file in memory, and writes to its standard
+// output, a pipe that is read while the program still works. It inherits no other descriptor, no
 // environment and no signal setting. Whatever it does, it is gone and reaped when the call returns.
 // Stateless; may be called from any thread, and blocks it until then. The program's own side, where
 // the limits are set, is SandboxedProgram.h.
 #pragma once
 
 #include <chrono>
-#include <cstdint>
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,36 +17,36 @@
 
 namespace zepho {
 
-// What a program wrote. Belongs to one thread; goes away with its object.
+// What a program writes, as it comes. For the call that it is handed to, and the thread of that.
 class RunOutput {
 public:
-    RunOutput() = default;
-    explicit RunOutput(int openFile) : file(openFile) {}
-    RunOutput(RunOutput&& other) noexcept : file(std::exchange(other.file, -1)) {}
-    RunOutput& operator=(RunOutput&& other) noexcept {
-        std::swap(file, other.file);
-        return *this;
-    }
-    ~RunOutput();
+    using Time = std::chrono::steady_clock::time_point;
 
-    [[nodiscard]] std::uint64_t size() const;
-    // Whether all `length` bytes from `position` on could be copied to `into`.
-    [[nodiscard]] bool read(std::uint64_t position, void* into, std::size_t length) const;
+    // Does not own the pipe, whose reading end must not block.
+    RunOutput(int pipeToRead, Time deadline) : pipe(pipeToRead), end(deadline) {}
+
+    // Waits until all `length` bytes are there. False where the output or the time ended before.
+    [[nodiscard]] bool read(void* into, std::size_t length);
+    // Waits until the program has closed its output; false if it wrote more instead, or is late.
+    [[nodiscard]] bool ended();
 
 private:
-    int file = -1;
+    // 0 at the end of the output, negative when the time is over.
+    std::ptrdiff_t readSome(void* into, std::size_t length);
+
+    const int pipe;
+    const Time end;
 };
 
-struct RunResult {
-    // Empty if the program ended with exit code 0; else how it ended or why it never began, in the
-    // form "was ended by signal 11 (Segmentation fault)".
-    std::string problem;
-    RunOutput output;
-};
-
-// Kills the program when it still runs after `deadline`.
-[[nodiscard]] RunResult runOnBytes(const std::string& program,
-                                   const std::vector<std::string>& arguments, ByteView input,
-                                   std::chrono::milliseconds deadline);
+// Calls `take` once with the output of the program that has just begun. A program that goes on
+// writing after `take` has returned is ended by that; one that still runs after `deadline` is killed,
+// as it is when `take` throws.
+//
+// Empty if the program ended with exit code 0 or as its output was not wanted any more; else how it
+// ended or why it never began, in the form "was ended by signal 11 (Segmentation fault)".
+[[nodiscard]] std::string runOnBytes(const std::string& program,
+                                     const std::vector<std::string>& arguments, ByteView input,
+                                     std::chrono::milliseconds deadline,
+                                     const std::function<void(RunOutput&)>& take);
 
 }  // namespace zepho

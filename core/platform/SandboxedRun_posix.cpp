@@ -8,61 +8,51 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "core/platform/Descriptor.h"
 #include "core/platform/SandboxedRun.h"
 
 namespace zepho {
 namespace {
 
-using SteadyTime = std::chrono::steady_clock::time_point;
-
 constexpr int firstFreeFile = 3;  // behind the three standard ones
+constexpr int pipeSize = 1 << 20;
 
 std::string words(const char* what, int error) {
     return std::string(what) + ": " + std::generic_category().message(error);
 }
 
-class File {
-public:
-    explicit File(int descriptor) : number(descriptor) {}
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    ~File() {
-        if (number >= 0) ::close(number);
-    }
-
-    [[nodiscard]] int get() const { return number; }
-    [[nodiscard]] bool isOpen() const { return number >= 0; }
-    [[nodiscard]] int release() { return std::exchange(number, -1); }
-
-private:
-    int number;
+struct Pipe {
+    Descriptor reading;  // does not block
+    Descriptor writing;
 };
 
-// A file in memory whose number is none of the standard ones: those are overwritten in the child
-// one after the other, which must not hit a file that is still to be placed.
-File memoryFile(const char* name) {
-    File made(::memfd_create(name, MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    if (!made.isOpen() || made.get() >= firstFreeFile) return File(made.release());
-    return File(::fcntl(made.get(), F_DUPFD_CLOEXEC, firstFreeFile));
+Pipe makePipe() {
+    int ends[2] = {-1, -1};
+    if (::pipe2(ends, O_CLOEXEC) != 0) return {};
+    Pipe made{Descriptor(ends[0]), aboveStandard(Descriptor(ends[1]))};
+    ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    // A writer that is done can end while its bytes are read. Where that is too much to ask for, it
+    // waits for the reader.
+    ::fcntl(ends[0], F_SETPIPE_SZ, pipeSize);
+    return made;
 }
 
 // Leaves the file's position at its start, where the child begins to read.
-bool fill(const File& file, ByteView bytes) {
+bool fill(const Descriptor& file, ByteView bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
-        const ssize_t wrote = ::pwrite(file.get(), bytes.data() + done, bytes.size() - done,
+        const ssize_t wrote = ::pwrite(file.number(), bytes.data() + done, bytes.size() - done,
                                        static_cast<off_t>(done));
         if (wrote < 0 && errno == EINTR) continue;
         if (wrote <= 0) return false;
         done += static_cast<std::size_t>(wrote);
     }
     // The child holds this very file; it shall not grow it into a store of its own.
-    return ::fcntl(file.get(), F_ADD_SEALS,
+    return ::fcntl(file.number(), F_ADD_SEALS,
                    F_SEAL_WRITE | F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL) == 0;
 }
 
@@ -117,54 +107,92 @@ private:
     int problem = 0;
 };
 
-int millisecondsUntil(SteadyTime end) {
+int millisecondsUntil(RunOutput::Time end) {
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000));
 }
 
-enum class Reaped { notYet, done, lost };
-
-Reaped reap(pid_t child, int& status, int options) {
+// Whether the descriptor is readable, or at its end, before the time is over.
+bool waitUntilReadable(int descriptor, RunOutput::Time end) {
+    pollfd waited{descriptor, POLLIN, 0};
     for (;;) {
-        const pid_t answer = ::waitpid(child, &status, options);
-        if (answer == child) return Reaped::done;
-        if (answer == 0) return Reaped::notYet;
-        // ECHILD: a program that ignores SIGCHLD has its children reaped by the system.
-        if (errno != EINTR) return Reaped::lost;
+        const int answer = ::poll(&waited, 1, millisecondsUntil(end));
+        if (answer >= 0 || errno != EINTR) return answer > 0;
     }
 }
 
-// Waits until the child has ended or the time is over, without taking its status.
-void waitForEnd(pid_t child, SteadyTime end) {
+enum class Reaped { notYet, done, lost };
+
+// A program that has begun, and is gone when this is.
+class Child {
+public:
+    Child(pid_t begun, std::chrono::milliseconds allowed)
+        : pid(begun), deadline(allowed), latest(std::chrono::steady_clock::now() + allowed) {}
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() {
+        if (reaped == Reaped::notYet) kill();
+    }
+
+    [[nodiscard]] RunOutput::Time mayRunUntil() const { return latest; }
+    // Waits until it has ended or its time is over, and kills it then. What is wrong, or nothing.
+    [[nodiscard]] std::string end();
+
+private:
+    // Without taking its status.
+    void waitForEnd() const;
+    void reap(int options);
+    // Not reaped, so the number is still this child's.
+    void kill() {
+        ::kill(pid, SIGKILL);
+        reap(0);
+    }
+
+    const pid_t pid;
+    const std::chrono::milliseconds deadline;
+    const RunOutput::Time latest;
+    Reaped reaped = Reaped::notYet;
+    int status = 0;
+};
+
+void Child::reap(int options) {
+    for (;;) {
+        const pid_t answer = ::waitpid(pid, &status, options);
+        if (answer < 0 && errno == EINTR) continue;
+        // ECHILD: a program that ignores SIGCHLD has its children reaped by the system.
+        if (answer != 0) reaped = answer == pid ? Reaped::done : Reaped::lost;
+        return;
+    }
+}
+
+void Child::waitForEnd() const {
     // By number, since the header of glibc 2.36 cannot be used from C++.
-    const File handle(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+    const Descriptor handle(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     if (handle.isOpen()) {
-        pollfd ended{handle.get(), POLLIN, 0};
-        while (::poll(&ended, 1, millisecondsUntil(end)) < 0 && errno == EINTR) continue;
+        (void)waitUntilReadable(handle.number(), latest);
         return;
     }
     // Kernels and containers without pidfd_open.
-    while (millisecondsUntil(end) > 0) {
+    while (millisecondsUntil(latest) > 0) {
         siginfo_t info{};
         const int answer =
-            ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT);
-        if (answer < 0 ? errno != EINTR : info.si_pid == child) return;
+            ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
+        if (answer < 0 ? errno != EINTR : info.si_pid == pid) return;
         ::usleep(1000);
     }
 }
 
-std::string wait(pid_t child, std::chrono::milliseconds deadline) {
-    waitForEnd(child, std::chrono::steady_clock::now() + deadline);
-    int status = 0;
-    Reaped reaped = reap(child, status, WNOHANG);
+std::string Child::end() {
+    waitForEnd();
+    reap(WNOHANG);
     if (reaped == Reaped::notYet) {
-        // Not reaped, so the number is still this child's.
-        ::kill(child, SIGKILL);
-        (void)reap(child, status, 0);
+        kill();
         return "was still running after " + std::to_string(deadline.count()) + " ms";
     }
     if (reaped == Reaped::lost) return "ended, but the system does not tell how";
+    // Nobody read any more what it wrote.
+    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) return {};
     if (WIFSIGNALED(status)) {
         const int signal = WTERMSIG(status);
         const char* name = ::sigdescr_np(signal);
@@ -178,41 +206,50 @@ std::string wait(pid_t child, std::chrono::milliseconds deadline) {
 
 }  // namespace
 
-RunOutput::~RunOutput() {
-    if (file >= 0) ::close(file);
+std::ptrdiff_t RunOutput::readSome(void* into, std::size_t length) {
+    for (;;) {
+        const ssize_t got = ::read(pipe, into, length);
+        if (got >= 0) return got;
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN || !waitUntilReadable(pipe, end)) return -1;
+    }
 }
 
-std::uint64_t RunOutput::size() const {
-    struct stat facts {};
-    if (file < 0 || ::fstat(file, &facts) != 0) return 0;
-    return static_cast<std::uint64_t>(facts.st_size);
-}
-
-bool RunOutput::read(std::uint64_t position, void* into, std::size_t length) const {
+bool RunOutput::read(void* into, std::size_t length) {
     std::size_t done = 0;
     while (done < length) {
-        const ssize_t got = ::pread(file, static_cast<char*>(into) + done, length - done,
-                                    static_cast<off_t>(position + done));
-        if (got < 0 && errno == EINTR) continue;
+        const std::ptrdiff_t got = readSome(static_cast<char*>(into) + done, length - done);
         if (got <= 0) return false;
         done += static_cast<std::size_t>(got);
     }
     return true;
 }
 
-RunResult runOnBytes(const std::string& program, const std::vector<std::string>& arguments,
-                     ByteView input, std::chrono::milliseconds deadline) {
-    const File in = memoryFile("zephon-run-input");
-    if (!in.isOpen() || !fill(in, input)) return {words("could not get its input", errno), {}};
-    File out = memoryFile("zephon-run-output");
-    if (!out.isOpen()) return {words("could not get a place for its output", errno), {}};
+bool RunOutput::ended() {
+    char more = 0;
+    return readSome(&more, sizeof more) == 0;
+}
 
-    pid_t child = 0;
-    if (const int error = SpawnPlan(in.get(), out.get()).spawn(child, program, arguments);
+std::string runOnBytes(const std::string& program, const std::vector<std::string>& arguments,
+                       ByteView input, std::chrono::milliseconds deadline,
+                       const std::function<void(RunOutput&)>& take) {
+    const Descriptor in = aboveStandard(
+        Descriptor(::memfd_create("zephon-run-input", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
+    if (!in.isOpen() || !fill(in, input)) return words("could not get its input", errno);
+    Pipe out = makePipe();
+    if (!out.writing.isOpen()) return words("could not get a place for its output", errno);
+
+    pid_t pid = 0;
+    if (const int error =
+            SpawnPlan(in.number(), out.writing.number()).spawn(pid, program, arguments);
         error != 0)
-        return {words("could not be started", error) + " (" + program + ")", {}};
-    std::string problem = wait(child, deadline);
-    return {std::move(problem), RunOutput(out.release())};
+        return words("could not be started", error) + " (" + program + ")";
+    Child child(pid, deadline);
+    out.writing.close();
+    RunOutput output(out.reading.number(), child.mayRunUntil());
+    take(output);
+    out.reading.close();
+    return child.end();
 }
 
 }  // namespace zepho

@@ -5,8 +5,8 @@
 
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
+#include "core/platform/Descriptor.h"
 #include "core/platform/ServiceNotify.h"
 
 namespace zepho {
@@ -21,13 +21,12 @@ void notifyServiceManager(ServiceState state) {
     std::memcpy(address.sun_path, path.data(), path.size());
     // "@" stands for the abstract name space, whose names begin with a NUL.
     if (path.front() == '@') address.sun_path[0] = '\0';
-    const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return;
+    const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!socket.isOpen()) return;
     const std::string_view text = state == ServiceState::ready ? "READY=1" : "STOPPING=1";
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
-    ::sendto(fd, text.data(), text.size(), MSG_NOSIGNAL,
+    ::sendto(socket.number(), text.data(), text.size(), MSG_NOSIGNAL,
              reinterpret_cast<const sockaddr*>(&address), length);  // NOLINT: the socket API's way
-    ::close(fd);
 }
 
 }  // namespace zepho

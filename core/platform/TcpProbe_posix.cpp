@@ -6,8 +6,8 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include "core/platform/Descriptor.h"
 #include "core/platform/TcpProbe.h"
 
 namespace zepho {
@@ -58,11 +58,9 @@ bool connects(int socket, int port, std::chrono::milliseconds limit) {
 }  // namespace
 
 TcpProbe probeLoopbackPort(int port, std::chrono::milliseconds limit) {
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (socket < 0) return TcpProbe::noSocket;
-    const bool answered = connects(socket, port, limit);
-    ::close(socket);
-    return answered ? TcpProbe::answered : TcpProbe::silent;
+    const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!socket.isOpen()) return TcpProbe::noSocket;
+    return connects(socket.number(), port, limit) ? TcpProbe::answered : TcpProbe::silent;
 }
 
 }  // namespace zepho

@@ -26,11 +26,17 @@ namespace {
 constexpr int forbiddenWorked = 50;
 constexpr int forbiddenRefused = 51;
 
+bool writeBlock(const std::vector<float>& samples) {
+    const auto count = static_cast<std::uint32_t>(samples.size());
+    return zepho::writeStandardOutput(&count, sizeof count) &&
+           zepho::writeStandardOutput(samples.data(), samples.size() * sizeof(float));
+}
+
 void answer(const std::vector<float>& samples, std::uint64_t frames, std::uint32_t rate,
             std::uint32_t form = zepho::decoderReplyForm) {
-    zepho::DecoderReply head{form, 1, rate, 0, frames};
-    if (!zepho::writeStandardOutput(&head, sizeof head) ||
-        !zepho::writeStandardOutput(samples.data(), samples.size() * sizeof(float)))
+    const zepho::DecoderReply facts{form, 1, rate, 0, frames};
+    if (!writeBlock(samples) || !writeBlock({}) ||
+        !zepho::writeStandardOutput(&facts, sizeof facts))
         zepho::endProgram(1);
 }
 
@@ -75,6 +81,12 @@ void behave(const std::string& order) {
     if (order == "other form") answer({0.5F}, 1, 8000, 1);
     if (order == "too few") answer({0.5F}, 2, 8000);
     if (order == "too many") answer({0.5F, 0.5F}, 1, 8000);
+    if (order == "large block") answer(std::vector<float>(zepho::decoderBlockSize + 1), 1, 8000);
+    if (order == "endless")
+        while (writeBlock(std::vector<float>(zepho::decoderBlockSize))) continue;
+    if (order == "breaks off") writeBlock({0.5F, 0.5F});
+    if (order == "talks on") (answer({0.5F}, 1, 8000), answer({0.5F}, 1, 8000));
+    if (order == "too long") answer(std::vector<float>(601), 601, 1);
     if (order == "countless") answer({0.5F}, std::uint64_t{1} << 62, 8000);
     if (order == "wide rate") answer({0.5F}, 1, 0x80000000U);
     if (order == "not finite") answerNonNumbers();
@@ -98,11 +110,10 @@ bool tryForbidden(const std::string& what) {
         void* volatile bytes = std::malloc(100 * mega);
         return bytes != nullptr;
     }
-    if (what == "write much") {
+    if (what == "write without end") {
         static const char bytes[64 * 1024] = {};
-        for (int i = 0; i < 100; ++i)
-            if (!zepho::writeStandardOutput(bytes, sizeof bytes)) return false;
-        return true;
+        while (zepho::writeStandardOutput(bytes, sizeof bytes)) continue;
+        return false;
     }
     if (what == "spin")
         for (;;) asm volatile("");
@@ -119,8 +130,7 @@ int main() {
         behave(order);
         zepho::endProgram(0);
     }
-    if (!zepho::enterSandbox({.addressSpace = 96 * mega, .output = 4 * mega, .cpuSeconds = 1}))
-        zepho::endProgram(3);
+    if (!zepho::enterSandbox({.addressSpace = 96 * mega, .cpuSeconds = 1})) zepho::endProgram(3);
     zepho::endProgram(tryForbidden(order.substr(locked.size())) ? forbiddenWorked
                                                                 : forbiddenRefused);
 }

@@ -1,10 +1,9 @@
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
-#include "helper/DecoderEntries.h"
+#include "helper/ClipDecoders.h"
 
 // dr_mp3 can be reached only where miniaudio's implementation is. Everything is made private to this
 // file, so that it cannot clash with another copy in the same program, and the compiler drops what
@@ -80,41 +79,39 @@ std::uint64_t sizeWithoutTags(const std::uint8_t* data, std::uint64_t size) {
     return size;
 }
 
+// The mean of each frame's channels, in the place of the frames.
+void mixDown(float* frames, std::uint64_t count, std::uint32_t channels) {
+    for (std::uint64_t i = 0; i < count; ++i) {
+        float sum = 0;
+        for (std::uint32_t c = 0; c < channels; ++c) sum += frames[i * channels + c];
+        frames[i] = sum / static_cast<float>(channels);
+    }
+}
+
 }  // namespace
 
-extern "C" int32_t zepho_mp3_decode(const uint8_t* data, uint64_t size, float** samples,
-                                    uint64_t* frames, uint32_t* rate) {
-    if (data == nullptr || size == 0 || samples == nullptr || frames == nullptr || rate == nullptr)
+namespace zepho {
+
+std::int32_t decodeMp3(std::span<const std::uint8_t> clip, std::uint32_t& rate, SampleSink sink) {
+    MemoryReader reader{clip.data(), sizeWithoutTags(clip.data(), clip.size()), 0};
+    ma_dr_mp3 decoder;
+    if (!ma_dr_mp3_init(&decoder, readMemory, seekMemory, tellMemory, nullptr, &reader, nullptr))
         return 0;
-    MemoryReader reader{data, sizeWithoutTags(data, size), 0};
-    ma_dr_mp3_config format{};
-    ma_uint64 count = 0;
-    float* interleaved = ma_dr_mp3_open_and_read_pcm_frames_f32(readMemory, seekMemory, tellMemory,
-                                                                &reader, &format, &count, nullptr);
-    if (interleaved == nullptr || count == 0 || format.channels == 0) {
-        ma_dr_mp3_free(interleaved, nullptr);
-        return 0;
+    rate = decoder.sampleRate;
+    float samples[4096];
+    bool wanted = decoder.channels > 0 && rate > 0;
+    std::uint64_t total = 0;
+    while (wanted) {
+        const ma_uint64 room = std::size(samples) / decoder.channels;
+        const ma_uint64 count = ma_dr_mp3_read_pcm_frames_f32(&decoder, room, samples);
+        if (count == 0) break;
+        if (decoder.channels > 1) mixDown(samples, count, decoder.channels);
+        wanted = sink.take(sink.target, samples, count);
+        total += count;
+        if (count < room) break;
     }
-    // The library's allocator is malloc, so that its arrays and ours go back the same way.
-    float* mono = interleaved;
-    if (const ma_uint32 channels = format.channels; channels > 1) {
-        mono = static_cast<float*>(std::malloc(count * sizeof(float)));
-        if (mono != nullptr) {
-            for (ma_uint64 i = 0; i < count; ++i) {
-                float sum = 0;
-                for (ma_uint32 c = 0; c < channels; ++c) sum += interleaved[i * channels + c];
-                mono[i] = sum / static_cast<float>(channels);
-            }
-        }
-        ma_dr_mp3_free(interleaved, nullptr);
-        if (mono == nullptr) return 0;
-    }
-    *samples = mono;
-    *frames = count;
-    *rate = format.sampleRate;
-    return 1;
+    ma_dr_mp3_uninit(&decoder);
+    return wanted && total > 0 ? 1 : 0;
 }
 
-extern "C" void zepho_audio_free(float* samples) {
-    std::free(samples);
-}
+}  // namespace zepho
