@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace zepho {
 
@@ -20,23 +21,26 @@ public:
         return add(name, std::string_view(value));
     }
     JsonObjectText& add(std::string_view name, double value);
+    JsonObjectText& add(std::string_view name, bool value);
     template <std::integral Number>
     JsonObjectText& add(std::string_view name, Number value) {
-        if constexpr (std::same_as<Number, bool>)
-            return addRaw(name, value ? "true" : "false");
-        else
-            return addRaw(name, std::to_string(value));
+        using Widest =
+            std::conditional_t<std::signed_integral<Number>, std::int64_t, std::uint64_t>;
+        return addInteger(name, static_cast<Widest>(value));
     }
 
     // "{}" if a member cannot be encoded.
     [[nodiscard]] std::string finish();
 
 private:
-    JsonObjectText& addRaw(std::string_view name, std::string_view value);
-    void begin(std::string_view name);
-    void appendQuoted(std::string_view value);
+    JsonObjectText& addInteger(std::string_view name, std::int64_t value);
+    JsonObjectText& addInteger(std::string_view name, std::uint64_t value);
+    // Writes the member's name. Where its value goes, with room for so many bytes.
+    char* begin(std::string_view name, std::size_t room);
+    JsonObjectText& end(const char* behindValue);
 
     std::string text = "{";
+    std::size_t used = 1;       // of `text`; what lies behind is room
     std::size_t nameStart = 0;  // of the last member's name in `text`
     std::size_t nameSize = 0;
     bool encodable = true;

@@ -1,7 +1,7 @@
 #include "core/diag/Language.h"
 
+#include <atomic>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -52,8 +52,7 @@ const Wordings& wordings() {
     return joined;
 }
 
-std::mutex langLock;
-UiLang storedLang = UiLang::auto_;
+std::atomic<UiLang> storedLang{UiLang::auto_};
 
 }  // namespace
 
@@ -93,16 +92,11 @@ UiLang uiLangFromCode(std::string_view code) {
 }
 
 void setUiLang(UiLang lang) {
-    const std::lock_guard guard(langLock);
-    storedLang = lang;
+    storedLang.store(lang);
 }
 
 UiLang uiLang() {
-    UiLang lang = UiLang::auto_;
-    {
-        const std::lock_guard guard(langLock);
-        lang = storedLang;
-    }
+    const UiLang lang = storedLang.load();
     return lang == UiLang::auto_ ? detectFromOS() : lang;
 }
 

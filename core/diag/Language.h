@@ -2,8 +2,7 @@
 //
 // The Chinese text at the point of use is the key of its row; T() turns it into the current
 // language. All functions may be called from any thread. The tables are immutable; the setting is
-// the only state, guarded by a lock that is never held during a look-up. Nothing here can fail: a
-// key without a row comes back as it is.
+// the only state. Nothing here can fail: a key without a row comes back as it is.
 #pragma once
 
 #include <array>

@@ -37,13 +37,16 @@ std::optional<std::string> percentDecoded(std::string_view text) {
     return result;
 }
 
+bool isControl(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
+
 void appendPrintable(std::string& target, std::string_view text) {
     const std::size_t start = target.size();
     target += text;
-    for (std::size_t i = start; i < target.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(target[i]);
-        if (byte < 0x20 || byte == 0x7F) target[i] = ' ';
-    }
+    if (std::none_of(text.begin(), text.end(), isControl)) return;
+    std::replace_if(target.begin() + static_cast<std::ptrdiff_t>(start), target.end(), isControl,
+                    ' ');
 }
 
 void appendHeader(std::string& target, std::string_view name, std::string_view value) {
@@ -98,8 +101,11 @@ HttpResponse HttpResponse::error(int status, std::string_view code, std::string_
 
 std::string HttpResponse::serializeHead() const {
     const std::string length = std::to_string(body.size());
-    std::string head = "HTTP/1.1 " + std::to_string(status) + " ";
+    std::string head;
     head.reserve(256);
+    head += "HTTP/1.1 ";
+    head += std::to_string(status);
+    head += ' ';
     head += reasonPhrase(status);
     head += "\r\n";
     // The two that every response has take their places in the order of names.
@@ -107,11 +113,13 @@ std::string HttpResponse::serializeHead() const {
     bool needsLength = true;
     const auto fillUpTo = [&](const std::string* name) {
         if (needsConnection && (name == nullptr || *name > "Connection")) {
-            appendHeader(head, "Connection", "keep-alive");
+            head += "Connection: keep-alive\r\n";
             needsConnection = false;
         }
         if (needsLength && (name == nullptr || *name >= "Content-Length")) {
-            appendHeader(head, "Content-Length", length);
+            head += "Content-Length: ";
+            head += length;
+            head += "\r\n";
             needsLength = false;
         }
     };

@@ -1,6 +1,7 @@
 #include "core/platform/Unicode.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -19,8 +20,14 @@ namespace {
 constexpr char32_t replacement = 0xFFFD;
 
 bool isAscii(std::string_view text) {
-    return std::all_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    std::uint64_t any = 0;
+    std::size_t pos = 0;
+    for (std::uint64_t eight = 0; text.size() - pos >= sizeof eight; pos += sizeof eight) {
+        std::memcpy(&eight, text.data() + pos, sizeof eight);
+        any |= eight;
+    }
+    for (; pos < text.size(); ++pos) any |= static_cast<unsigned char>(text[pos]);
+    return (any & 0x8080808080808080U) == 0;
 }
 
 bool isAsciiSpace(unsigned char c) {
@@ -210,6 +217,7 @@ bool isLetterOrNumber(char32_t scalar) {
 }
 
 bool isValidUtf8(std::string_view text) {
+    if (isAscii(text)) return true;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
     for (std::size_t pos = 0; pos < text.size();) {
         UChar32 scalar = 0;
