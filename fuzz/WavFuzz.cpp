@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "core/audio/AudioSniffing.h"
+#include "core/audio/SampleKernels.h"
 #include "core/audio/WavReader.h"
 #include "core/platform/Require.h"
 
@@ -32,7 +33,7 @@ void checkParsed(zepho::ByteView bytes) {
     require(wav->pcm.data.capacity() == frames, "more room than samples");
     require(duration >= 0 && duration == wav->pcm.durationMs(), "two durations");
     for (const float sample : wav->pcm.data) {
-        require(!std::isnan(sample), "a sample that is not a number");
+        require(std::abs(sample) <= zepho::loudestSample, "a sample that is none");
         require(format.bitsPerSample == 32 || std::abs(sample) <= 1, "an integer sample beyond 1");
     }
 }

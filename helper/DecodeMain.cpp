@@ -38,9 +38,13 @@ struct Block {
 // What has been decoded, on its way out.
 class Reply {
 public:
+    // Decoding ends with the longest clip there may be: nobody uses more than its beginning.
     bool add(const float* samples, std::size_t length) {
+        const std::uint64_t most = std::min(zepho::longestClipSeconds * facts.rate,
+                                            zepho::largestClipBytes / sizeof(float));
+        full = length >= most - facts.frames;
+        if (full) length = most - facts.frames;
         facts.frames += length;
-        if (facts.frames > zepho::longestClipSeconds * facts.rate) return false;
         while (length > 0) {
             const std::size_t step = std::min(length, zepho::decoderBlockSize - block.count);
             std::copy_n(samples, step, block.samples + block.count);
@@ -49,8 +53,10 @@ public:
             length -= step;
             if (block.count == zepho::decoderBlockSize && !block.write()) return false;
         }
-        return true;
+        return !full;
     }
+
+    [[nodiscard]] bool isFull() const { return full; }
 
     bool end() {
         return (block.count == 0 || block.write()) && block.write() &&
@@ -61,6 +67,7 @@ public:
 
 private:
     static inline Block block;
+    bool full = false;
 };
 
 bool reply(const char* kind, Input clip) {
@@ -70,6 +77,7 @@ bool reply(const char* kind, Input clip) {
     };
     const auto decode = std::strcmp(kind, "mp3") == 0 ? zepho::decodeMp3 : zepho::decodeOgg;
     made.facts.status = decode(clip, made.facts.rate, {take, &made});
+    if (made.isFull()) made.facts.status = 1;
     return made.end();
 }
 

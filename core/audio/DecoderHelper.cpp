@@ -38,7 +38,7 @@ bool readBlocks(std::vector<float>& samples, RunOutput& output) {
             !output.read(block.data(), count * sizeof(float)))
             return false;
         // Nothing downstream could play these, and a taken-over helper may well send them.
-        silenceNonNumbers(block.data(), count);
+        silenceNonSamples(block.data(), count);
         samples.insert(samples.end(), block.data(), block.data() + count);
     }
 }

@@ -25,8 +25,10 @@ struct DecodedClip {
 };
 
 struct DecoderHelperLimits {
-    std::chrono::milliseconds deadline{3'000};   // for one clip, from the start of its helper
-    std::chrono::milliseconds patience{30'000};  // for helpers of other clips to end
+    // A helper may compute for two seconds. The rest is for the machine to be busy with other things:
+    // a clip that is given up without being broken makes a line in another voice.
+    std::chrono::milliseconds deadline{30'000};   // for one clip, from the start of its helper
+    std::chrono::milliseconds patience{120'000};  // for helpers of other clips to end
     int atOnce = 2;
 };
 

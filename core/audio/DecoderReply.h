@@ -23,7 +23,7 @@ static_assert(sizeof(DecoderReply) == 24);
 inline constexpr std::uint32_t decoderReplyForm = 0x315A4453;
 inline constexpr std::size_t decoderBlockSize = std::size_t{32} * 1024;
 
-// The longest clip that counts as one, and what its samples may take at most.
+// What is decoded of a longer clip, and what its samples may take at most.
 inline constexpr std::uint64_t longestClipSeconds = 600;
 inline constexpr std::uint64_t largestClipBytes = std::uint64_t{256} << 20;
 

@@ -94,14 +94,16 @@ void accumulateWindowed(const float* samples, const float* window, std::size_t c
     for (; i < count; ++i) out[i] += samples[i] * window[i];
 }
 
-void keepNumbers(float* samples, std::size_t count) {
+void keepSamples(float* samples, std::size_t count) {
+    const auto most = hn::Set(floats, loudestSample);
     std::size_t i = 0;
     for (; count - i >= lanes; i += lanes) {
         const auto sample = hn::LoadU(floats, samples + i);
-        hn::StoreU(hn::IfThenElseZero(hn::IsFinite(sample), sample), floats, samples + i);
+        const auto isSample = hn::Le(hn::Abs(sample), most);
+        hn::StoreU(hn::IfThenElseZero(isSample, sample), floats, samples + i);
     }
     for (; i < count; ++i)
-        if (!std::isfinite(samples[i])) samples[i] = 0;
+        if (!(std::abs(samples[i]) <= loudestSample)) samples[i] = 0;
 }
 
 }  // namespace
@@ -114,7 +116,7 @@ namespace zepho {
 HWY_EXPORT(from16Bit);
 HWY_EXPORT(to16Bit);
 HWY_EXPORT(accumulateWindowed);
-HWY_EXPORT(keepNumbers);
+HWY_EXPORT(keepSamples);
 
 void floatsFrom16Bit(const std::uint8_t* bytes, std::size_t count, float* out) {
     HWY_DYNAMIC_DISPATCH(from16Bit)(bytes, count, out);
@@ -128,8 +130,8 @@ void addWindowed(const float* samples, const float* window, std::size_t count, f
     HWY_DYNAMIC_DISPATCH(accumulateWindowed)(samples, window, count, out);
 }
 
-void silenceNonNumbers(float* samples, std::size_t count) {
-    HWY_DYNAMIC_DISPATCH(keepNumbers)(samples, count);
+void silenceNonSamples(float* samples, std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(keepSamples)(samples, count);
 }
 
 }  // namespace zepho

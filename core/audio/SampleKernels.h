@@ -17,7 +17,11 @@ void floatsFrom16Bit(const std::uint8_t* bytes, std::size_t count, float* out);
 // Adds `samples` times `window` to `out`, product and sum each rounded on its own.
 void addWindowed(const float* samples, const float* window, std::size_t count, float* out);
 
-// Puts 0 in the place of what is infinite or not a number.
-void silenceNonNumbers(float* samples, std::size_t count);
+// Beyond it nothing is a sample. Sums and products of what lies within never become infinite, and so
+// never something that is not a number.
+inline constexpr float loudestSample = 1e18F;
+
+// Puts 0 in the place of what is no sample: infinite, not a number, or louder than the loudest.
+void silenceNonSamples(float* samples, std::size_t count);
 
 }  // namespace zepho

@@ -148,7 +148,7 @@ struct Float32 {
     static constexpr std::size_t size = 4;
     static float at(const std::uint8_t* place) {
         const auto value = valueAt<float>(place);
-        return std::abs(value) <= std::numeric_limits<float>::max() ? value : 0.0F;
+        return std::abs(value) <= loudestSample ? value : 0.0F;
     }
 };
 

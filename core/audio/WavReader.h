@@ -34,8 +34,8 @@ struct WavHeader {
     std::int64_t totalBytes = 0;  // the size of the file
 };
 
-// Nothing is clamped: a float file keeps its peaks over 1. Float samples that are no finite number
-// are read as silence, since nothing downstream could play them.
+// Nothing is clamped: a float file keeps its peaks over 1. Floats that are no samples (not finite, or
+// beyond loudestSample) are read as silence, since nothing downstream could play them.
 [[nodiscard]] std::optional<ParsedWav> parseWavWithFormat(ByteView bytes);
 [[nodiscard]] std::optional<PcmBuffer> parseWav(ByteView bytes);
 

@@ -49,7 +49,7 @@ void S2LocalEngine::start() {
     {
         const Turn turn(*this, Turn::newRun);
         stopInternal(S2EngineState::missing, T("已停止"));
-        if (turn.isOver()) return;
+        if (turn.isOver() || isClosed()) return;
         std::string root;
         std::string modelFile;
         {
@@ -83,6 +83,19 @@ void S2LocalEngine::start() {
 void S2LocalEngine::stop() {
     const Turn turn(*this, Turn::newRun);
     stopInternal(S2EngineState::missing, T("已停止"));
+}
+
+void S2LocalEngine::stopForGood() {
+    {
+        const std::lock_guard guard(lock);
+        closed = true;
+    }
+    stop();
+}
+
+bool S2LocalEngine::isClosed() const {
+    const std::lock_guard guard(lock);
+    return closed;
 }
 
 void S2LocalEngine::unload() {

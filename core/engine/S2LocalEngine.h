@@ -41,9 +41,11 @@ public:
 
     // (Re)starts. Blocks for an old child's end, the search and the spawn, not for the model.
     void start();
-    // Both return when the child is gone.
+    // All return when the child is gone.
     void stop();
     void unload();
+    // No later start() starts anything: the program ends, and would leave the child behind.
+    void stopForGood();
 
     [[nodiscard]] S2EngineState currentState() const;
     [[nodiscard]] bool isUnloaded() const { return currentState() == S2EngineState::unloaded; }
@@ -75,6 +77,7 @@ private:
     class Turn;
     struct Line;
 
+    [[nodiscard]] bool isClosed() const;
     // Only within a turn.
     void stopInternal(S2EngineState end, const std::string& sentence);
     bool spawnChild();
@@ -111,6 +114,7 @@ private:
     int restarts = 0;
     std::thread watchThread;
     Run run = 0;
+    bool closed = false;
     std::uint64_t turnsAsked = 0;
     std::uint64_t turnsDone = 0;
 };

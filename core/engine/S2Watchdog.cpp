@@ -128,7 +128,7 @@ bool S2LocalEngine::waitReady(Run mine) {
 }
 
 void S2LocalEngine::failLoad(Run mine, const ProcessExit& exit) {
-    setState(mine, S2EngineState::failed, loadExitSentence(exit, logPath()));
+    if (!setState(mine, S2EngineState::failed, loadExitSentence(exit, logPath()))) return;
     AppLog::error(
         "s2", formatText("inference process exited with status %d; %@", exit.number, logPath()));
 }

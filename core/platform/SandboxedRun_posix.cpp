@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "core/platform/Descriptor.h"
+#include "core/platform/PassingTrouble.h"
 #include "core/platform/SandboxedRun.h"
 
 namespace zepho {
@@ -20,10 +21,6 @@ namespace {
 
 constexpr int firstFreeFile = 3;  // behind the three standard ones
 constexpr int pipeSize = 1 << 20;
-
-std::string words(const char* what, int error) {
-    return std::string(what) + ": " + std::generic_category().message(error);
-}
 
 struct Pipe {
     Descriptor reading;  // does not block
@@ -140,6 +137,10 @@ public:
     [[nodiscard]] std::string end();
 
 private:
+    [[nodiscard]] bool isLate() const { return millisecondsUntil(latest) == 0; }
+    [[nodiscard]] std::string lateness() const {
+        return "was still running after " + std::to_string(deadline.count()) + " ms";
+    }
     // Without taking its status.
     void waitForEnd() const;
     void reap(int options);
@@ -174,7 +175,7 @@ void Child::waitForEnd() const {
         return;
     }
     // Kernels and containers without pidfd_open.
-    while (millisecondsUntil(latest) > 0) {
+    while (!isLate()) {
         siginfo_t info{};
         const int answer =
             ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
@@ -188,11 +189,11 @@ std::string Child::end() {
     reap(WNOHANG);
     if (reaped == Reaped::notYet) {
         kill();
-        return "was still running after " + std::to_string(deadline.count()) + " ms";
+        return lateness();
     }
     if (reaped == Reaped::lost) return "ended, but the system does not tell how";
     // Nobody read any more what it wrote.
-    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) return {};
+    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) return isLate() ? lateness() : "";
     if (WIFSIGNALED(status)) {
         const int signal = WTERMSIG(status);
         const char* name = ::sigdescr_np(signal);
@@ -203,6 +204,34 @@ std::string Child::end() {
         return "ended with exit code " + std::to_string(WEXITSTATUS(status));
     return {};
 }
+
+// What a program needs to begin, and its begin.
+struct Start {
+    Descriptor in;
+    Pipe out;
+    pid_t pid = 0;
+    std::string problem;
+
+    // False, with errno set, where something was refused.
+    bool attempt(const std::string& program, const std::vector<std::string>& arguments,
+                 ByteView input) {
+        in = aboveStandard(
+            Descriptor(::memfd_create("zephon-run-input", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
+        if (!in.isOpen() || !fill(in, input)) return fails("could not get its input", {});
+        out = makePipe();
+        if (!out.writing.isOpen()) return fails("could not get a place for its output", {});
+        errno = SpawnPlan(in.number(), out.writing.number()).spawn(pid, program, arguments);
+        return errno == 0 || fails("could not be started", " (" + program + ")");
+    }
+
+private:
+    bool fails(const char* what, const std::string& which) {
+        const int number = errno;
+        problem = std::string(what) + ": " + std::generic_category().message(number) + which;
+        errno = number;
+        return false;
+    }
+};
 
 }  // namespace
 
@@ -233,22 +262,17 @@ bool RunOutput::ended() {
 std::string runOnBytes(const std::string& program, const std::vector<std::string>& arguments,
                        ByteView input, std::chrono::milliseconds deadline,
                        const std::function<void(RunOutput&)>& take) {
-    const Descriptor in = aboveStandard(
-        Descriptor(::memfd_create("zephon-run-input", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
-    if (!in.isOpen() || !fill(in, input)) return words("could not get its input", errno);
-    Pipe out = makePipe();
-    if (!out.writing.isOpen()) return words("could not get a place for its output", errno);
-
-    pid_t pid = 0;
-    if (const int error =
-            SpawnPlan(in.number(), out.writing.number()).spawn(pid, program, arguments);
-        error != 0)
-        return words("could not be started", error) + " (" + program + ")";
-    Child child(pid, deadline);
-    out.writing.close();
-    RunOutput output(out.reading.number(), child.mayRunUntil());
+    Start start;
+    const auto attempt = [&] { return start.attempt(program, arguments, input); };
+    const auto mayPass = [](int number) {
+        return isWantOfDescriptors(number) || number == EAGAIN || number == ENOMEM;
+    };
+    if (!outlast(attempt, mayPass)) return start.problem;
+    Child child(start.pid, deadline);
+    start.out.writing.close();
+    RunOutput output(start.out.reading.number(), child.mayRunUntil());
     take(output);
-    out.reading.close();
+    start.out.reading.close();
     return child.end();
 }
 

@@ -22,6 +22,7 @@ constexpr float silencePeak = 0.00001F;  // below it there is nothing to normali
 constexpr float normalisedPeak = 0.95F;
 constexpr std::size_t logPrefix = 40;           // characters of a line that stand in the log
 constexpr std::int64_t maxOutputRate = 384000;  // hertz; beyond what any player takes
+constexpr double maxLineSamples = 1 << 28;      // over an hour at the usual rates
 
 bool changesSpeed(float speed) {
     return std::fabs(speed - 1.0F) > speedTolerance;
@@ -48,6 +49,13 @@ void retimeFromCache(TtsResult& result, float speed, TtsSpeedMode mode) {
         return;
     }
     setAudio(result, atSpeed(std::move(clip->pcm), speed, mode));
+}
+
+// An engine that names an absurd rate would have the line blown up to any size.
+bool isEndless(const PcmBuffer& pcm, std::int64_t rate) {
+    if (rate < 1 || pcm.sampleRate < 1) return false;
+    const double seconds = static_cast<double>(pcm.data.size()) / pcm.sampleRate;
+    return seconds * static_cast<double>(rate) > maxLineSamples;
 }
 
 void normaliseLevel(PcmBuffer& pcm) {
@@ -102,6 +110,12 @@ TtsResult TtsService::synthesize(const TtsRequest& asked) {
         countFailed();
         throw TtsError(TtsErrorCode::engineFailed, T("引擎返回了空音频"));
     }
+    if (isEndless(spoken.pcm, line.targetRate)) {
+        countFailed();
+        throw TtsError(TtsErrorCode::engineFailed,
+                       TF("the engine's %d samples at %d Hz are too long for a line",
+                          spoken.pcm.data.size(), spoken.pcm.sampleRate));
+    }
 
     TtsResult result = finishAndStore(line, spoken.pcm, spoken.elapsedMs);
     if (!line.nativeSpeed && changesSpeed(line.request.speed))
@@ -138,11 +152,12 @@ TtsService::Line TtsService::settleLine(TtsRequest request, VoiceInfo voice) {
     line.engine = activeEngine();
     line.engineName = line.engine->name();
     line.speedMode = config->speedMode;
-    line.targetRate = request.sampleRate >= 1 ? request.sampleRate : config->outputSampleRate.get();
-    if (line.targetRate > maxOutputRate)
-        throw TtsError(TtsErrorCode::badAudio, formatText("the sample rate %d is over the limit of "
-                                                          "%d Hz",
-                                                          line.targetRate, maxOutputRate));
+    if (request.sampleRate > maxOutputRate)
+        throw TtsError(TtsErrorCode::badAudio, TF("the sample rate %d is over the limit of %d Hz",
+                                                  request.sampleRate, maxOutputRate));
+    line.targetRate = request.sampleRate >= 1
+                          ? request.sampleRate
+                          : std::min(config->outputSampleRate.get(), maxOutputRate);
     line.nativeSpeed = line.speedMode == TtsSpeedMode::engine && line.engine->supportsNativeSpeed();
 
     // All speeds of a line share one stored clip, while each has an entity tag of its own.
@@ -194,7 +209,7 @@ TtsResult TtsService::finishAndStore(const Line& line, PcmBuffer& pcm, std::int6
 
 // The caller has gone; its audio is not wasted.
 void TtsService::keepLate(const Line& line, PcmBuffer pcm, std::int64_t elapsedMs) {
-    if (pcm.isEmpty()) return;
+    if (pcm.isEmpty() || isEndless(pcm, line.targetRate)) return;
     finishAndStore(line, pcm, elapsedMs);
     AppLog::info(
         "service",

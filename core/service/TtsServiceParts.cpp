@@ -51,7 +51,7 @@ void TtsService::shutdown() {
     if (isShutDown.exchange(true)) return;
     prewarm->terminate();
     queue->shutdown();
-    s2->stop();
+    s2->stopForGood();
     cache.flush();
 }
 

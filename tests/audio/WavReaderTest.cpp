@@ -55,8 +55,8 @@ TEST(WavReader, DecodesEveryDepth) {
         {3,
          1,
          32,
-         packed<float>({1.75F, -3, 1e-40F, std::nanf(""), huge, -huge}),
-         {1.75F, -3, 1e-40F, 0, 0, 0}},
+         packed<float>({1.75F, -3, 1e-40F, std::nanf(""), huge, -huge, 3e38F, -1e18F}),
+         {1.75F, -3, 1e-40F, 0, 0, 0, 0, -1e18F}},
         // The tag matters for 32 bits only; an extensible file of 32 bits holds floats.
         {3, 1, 16, two16, two},
         {0xFFFE, 1, 16, two16, two},
@@ -65,6 +65,7 @@ TEST(WavReader, DecodesEveryDepth) {
         {0x55, 1, 16, two16, refused},
         // The mean of the channels; an incomplete frame at the end is dropped.
         {3, 2, 32, packed<float>({1, -1, 0.5F, 1, 7}), {0, 0.75F}},
+        {3, 2, 32, packed<float>({3e38F, 3e38F, 1, -3e38F}), {0, 0.5F}},
         {1, 3, 16, packed<std::int16_t>({8192, 8192, 8192, 1, 1}), {0.25F}},
         {1, 4, 8, std::string("\xC0\xC0\x80\x80\x80", 5), {0.25F}},
         {1, 65535, 16, std::string(131069, 'x'), refused},

@@ -354,8 +354,10 @@ TEST_F(S2Engine, keepsOneChildHoweverManyStartAndStopIt) {
     EXPECT_TRUE(waitForState(*engine, S2EngineState::ready));
     const int pid = recordedPid();
     EXPECT_EQ(pid, reportedNumber("pid"));
-    engine.reset();
+    engine->stopForGood();
     EXPECT_FALSE(test::processLives(pid));
+    engine->start();
+    EXPECT_EQ(engine->currentState(), S2EngineState::missing);
     EXPECT_TRUE(hasNoChildren());
 }
 

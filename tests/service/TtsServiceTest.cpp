@@ -125,6 +125,14 @@ TEST_F(TtsServiceTest, BringsTheClipToItsRateAndLevel) {
     TtsRequest absurd = lineOf("Too fine");
     absurd.sampleRate = 4000000000;
     EXPECT_EQ(errorOf(absurd).code, TtsErrorCode::badAudio);
+    config->outputSampleRate = 4000000000;
+    EXPECT_EQ(service->synthesize(lineOf("Set too fine")).sampleRate, 384000);
+
+    // By this rate it speaks for hours.
+    engine->rate = 1;
+    const auto failed = service->stats().failed;
+    EXPECT_EQ(errorOf(lineOf("Endless")).code, TtsErrorCode::engineFailed);
+    EXPECT_EQ(service->stats().failed, failed + 1);
 }
 
 TEST_F(TtsServiceTest, MakesTheDefaultVoiceOnceAndTellsWhyNot) {

@@ -39,7 +39,9 @@ PcmBuffer ScriptedEngine::synthesize(const S2Params& params, const VoiceHint& hi
         if (!gateOpen) --permits;
     }
     if (failing) throw TtsError(TtsErrorCode::engineFailed, "told to fail");
-    return silent ? PcmBuffer{{}, 44100} : toneOf(toneMs, peak);
+    PcmBuffer spoken = silent ? PcmBuffer() : toneOf(toneMs, peak);
+    spoken.sampleRate = rate;
+    return spoken;
 }
 
 void ScriptedEngine::closeGate() {

@@ -37,6 +37,7 @@ public:
 
     std::atomic<int> toneMs{1200};
     std::atomic<float> peak{0.5F};
+    std::atomic<int> rate{44100};     // that it says its audio has
     std::atomic<bool> silent{false};  // empty audio
     std::atomic<bool> failing{false};
 
