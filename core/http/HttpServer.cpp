@@ -1,6 +1,7 @@
 #include "core/http/HttpServer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <condition_variable>
@@ -35,8 +36,10 @@ struct Readiness {
     std::mutex lock;
     std::condition_variable changed;
     std::optional<std::error_code> outcome;
+    std::atomic<bool> failed{false};  // at any time
 
     void report(const std::error_code& error) {
+        if (error) failed = true;
         const std::lock_guard guard(lock);
         if (!outcome) outcome = error;
         changed.notify_all();
@@ -256,7 +259,8 @@ void HttpServer::start() {
         const std::lock_guard guard(lock);
         boundPort = made->port();
         listener = std::move(made);
-        running = true;
+        // It may have failed in the meantime, and will not tell that twice.
+        running = !readiness->failed;
     }
     AppLog::info("http", "service started on " + endpoint());
 }
