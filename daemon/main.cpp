@@ -6,15 +6,17 @@
 // "autoStart" says: without a window nobody could start it later.
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <optional>
 #include <system_error>
 
-#include "core/base/TtsError.h"
 #include "core/config/AppConfig.h"
 #include "core/config/ZEPHOPaths.h"
 #include "core/diag/AppLog.h"
 #include "core/diag/Language.h"
 #include "core/http/TtsHttpService.h"
+#include "core/platform/Errors.h"
+#include "core/platform/Files.h"
 #include "core/platform/InstanceLock.h"
 #include "core/platform/Memory.h"
 #include "core/platform/ServiceNotify.h"
@@ -32,8 +34,8 @@ std::string whyAnotherCannotStart(const AppConfig& config) {
     const std::string address = config.bindAddress;
     const bool everywhere = address.empty() || address == "0.0.0.0";
     const auto port = static_cast<int>(config.port);
-    TaskQueue queue("zepho.http");
     try {
+        TaskQueue queue("zepho.http");
         const TcpListener probe(queue, everywhere ? std::nullopt : std::optional(address),
                                 static_cast<std::uint16_t>(port));
     } catch (const std::system_error& failure) {
@@ -45,10 +47,11 @@ std::string whyAnotherCannotStart(const AppConfig& config) {
 int run() {
     AppLog::setEchoToStderr(true);
     ZEPHOPaths::ensureDirectories();
-    const auto config = std::make_shared<AppConfig>();
-    config->load();
-    setUiLang(config->uiLanguage);
     const InstanceLock onlyOne(ZEPHOPaths::dataRoot() + "zephon.lock");
+    const auto config = std::make_shared<AppConfig>();
+    // Reading settings that are missing writes them, which is for the holder of the lock to do.
+    if (!onlyOne.isTaken() || fileExists(ZEPHOPaths::configFile())) config->load();
+    setUiLang(config->uiLanguage);
     if (onlyOne.isTaken()) {
         std::fprintf(stderr, "%s\n", whyAnotherCannotStart(*config).c_str());
         return 1;
@@ -57,12 +60,13 @@ int run() {
     const std::shared_ptr<TtsHttpService> http = TtsHttpService::make(service);
     try {
         http->start();
-    } catch (const TtsError& failure) {
-        std::fprintf(stderr, "%s\n", failure.message.c_str());
+        for (const std::string& url : http->allEndpoints()) std::printf("%s\n", url.c_str());
+    } catch (...) {
+        // The inference process may run already, and would stay behind.
+        http->stop();
         service->shutdown();
-        return 1;
+        throw;
     }
-    for (const std::string& url : http->allEndpoints()) std::printf("%s\n", url.c_str());
     std::fflush(stdout);
     notifyServiceManager(ServiceState::ready);
     waitForStopSignal();
@@ -77,8 +81,15 @@ int run() {
 int main() {
     limitMemoryPools();
     holdStopSignals();
-    const MemoryCare care;
-    const int code = run();
+    std::optional<MemoryCare> care;
+    int code = 1;
+    try {
+        care.emplace();
+        code = run();
+    } catch (const std::exception& failure) {
+        // The port is taken, or the system gives no descriptors, threads, memory or room for data.
+        std::fprintf(stderr, "%s\n", describeError(failure).c_str());
+    }
     // A line that is still inside the engine would hold an ordinary return for minutes.
     std::fflush(nullptr);
     std::_Exit(code);

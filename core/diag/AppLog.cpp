@@ -1,5 +1,6 @@
 #include "core/diag/AppLog.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <deque>
 #include <mutex>
@@ -28,6 +29,25 @@ LogState& state() {
     return *made;
 }
 
+// The ring counts records only: a text of a client may have any length. The rest is given back, too.
+void cut(std::string& text) {
+    constexpr std::string_view ellipsis = "…";
+    if (text.size() <= AppLog::maxTextBytes) return;
+    std::size_t end = AppLog::maxTextBytes - ellipsis.size();
+    const auto isInsideScalar = [&text](std::size_t pos) {
+        return (static_cast<unsigned char>(text[pos]) & 0xC0U) == 0x80;
+    };
+    for (int back = 0; back < 3 && isInsideScalar(end); ++back) --end;
+    std::string kept;
+    kept.reserve(end + ellipsis.size());
+    kept.append(text, 0, end).append(ellipsis);
+    text = std::move(kept);
+}
+
+bool isControl(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
+
 template <class Record>
 void append(std::deque<Record>& ring, const Record& record, std::size_t cap) {
     ring.push_back(record);
@@ -43,6 +63,7 @@ void notify(Handler handler, Record record) {
 }
 
 void emit(LogLevel level, std::string_view source, std::string text) {
+    cut(text);
     LogEntry entry{Uuid::make(), std::chrono::system_clock::now(), level, std::string(source),
                    std::move(text)};
     AppLog::LineHandler handler;
@@ -86,6 +107,7 @@ std::string LogEntry::formatted() const {
     line.reserve(line.size() + source.size() + text.size() + 12);
     line.append(" [").append(logLevelName(level)).append("] ");
     line.append(source).append(": ").append(text);
+    std::replace_if(line.begin(), line.end(), isControl, ' ');
     return line;
 }
 
@@ -106,6 +128,9 @@ void AppLog::error(std::string_view source, std::string text) {
 }
 
 void AppLog::request(RequestLog record) {
+    for (std::string* text :
+         {&record.peer, &record.route, &record.language, &record.voice, &record.note})
+        cut(*text);
     RequestHandler handler;
     {
         const std::lock_guard guard(state().lock);

@@ -3,7 +3,8 @@
 // Two rings in memory keep the newest `maxLines` records each; a handler, if set, gets every new
 // record later on the main thread. All operations may be called from any thread: one lock guards
 // the rings and handlers, and is never held across a handler, a write or a file operation. Texts are
-// plain English and are not translated. There is no log file and no level threshold.
+// plain English and are not translated, but may quote what a client has sent: what is kept of each is
+// cut at `maxTextBytes`, which ends in an ellipsis then. There is no log file and no level threshold.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +31,8 @@ struct LogEntry {
     std::string source;  // short lower-case word of the writer: "http", "cache", "s2", …
     std::string text;    // without a trailing new line
 
-    // "HH:mm:ss.SSS [LEVEL] source: text", local time.
+    // "HH:mm:ss.SSS [LEVEL] source: text", local time. One line whatever the text holds: control
+    // characters appear as blanks, so that nobody's text can pass for an entry of its own.
     [[nodiscard]] std::string formatted() const;
 };
 
@@ -52,6 +54,8 @@ struct RequestLog {
 
 class AppLog {
 public:
+    static constexpr std::size_t maxTextBytes = 4096;
+
     using LineHandler = std::function<void(const LogEntry&)>;
     using RequestHandler = std::function<void(const RequestLog&)>;
 

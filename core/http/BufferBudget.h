@@ -1,6 +1,7 @@
-// How much memory the unfinished and unanswered requests of all connections may take together.
+// How much memory the unfinished and unanswered requests of all connections may take together, with
+// what their handlers make of them.
 //
-// The length of one request has no limit of its own, so many clients that send much and never finish
+// The length of one request has no limit of its own, so many clients that send much, finished or not,
 // could otherwise take the machine. Shared by the connections; any thread.
 #pragma once
 

@@ -1,6 +1,7 @@
 #include "core/http/HttpServer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <condition_variable>
@@ -18,6 +19,9 @@ namespace {
 
 constexpr auto readyPatience = std::chrono::seconds(5);
 constexpr std::size_t largeRequest = std::size_t{4} * 1024 * 1024;
+// What a request may cost while its handler runs, as a multiple of its body: the body itself, the
+// tree that a JSON reader makes of it, the texts taken from there, and decoded audio.
+constexpr std::size_t costOfHandling = 7;
 
 bool meansAllInterfaces(const std::string& bindAddress) {
     return bindAddress.empty() || bindAddress == "0.0.0.0";
@@ -32,8 +36,10 @@ struct Readiness {
     std::mutex lock;
     std::condition_variable changed;
     std::optional<std::error_code> outcome;
+    std::atomic<bool> failed{false};  // at any time
 
     void report(const std::error_code& error) {
+        if (error) failed = true;
         const std::lock_guard guard(lock);
         if (!outcome) outcome = error;
         changed.notify_all();
@@ -125,15 +131,14 @@ void HttpServer::Session::serve(const HttpHandler& toCall, ByteView unread, bool
     while (auto parsed = workOn(unread.size(), parseNext)) {
         used += parsed->consumed;
         progress = {};
-        const std::size_t bodySize = parsed->request.body.size();
-        if (!memory.grow(buffer.capacity() + bodySize)) return connection.cancel();
         if (used == unread.size() && !buffer.empty()) {
             // A large request is not held twice while its handler runs.
             Bytes().swap(buffer);
             unread = {};
             used = 0;
-            memory.shrink(bodySize);
         }
+        const std::size_t cost = costOfHandling * parsed->request.body.size();
+        if (!memory.grow(buffer.capacity() + cost)) return connection.cancel();
         if (!respond(parsed->request, answer(toCall, parsed->request))) return;
         parsed.reset();
         memory.shrink(buffer.capacity());
@@ -254,7 +259,8 @@ void HttpServer::start() {
         const std::lock_guard guard(lock);
         boundPort = made->port();
         listener = std::move(made);
-        running = true;
+        // It may have failed in the meantime, and will not tell that twice.
+        running = !readiness->failed;
     }
     AppLog::info("http", "service started on " + endpoint());
 }

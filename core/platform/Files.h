@@ -33,7 +33,8 @@ struct FileHead {
 [[nodiscard]] std::optional<FileHead> readFileHead(const std::string& path, std::size_t maxBytes);
 
 // Creates the parent directories, writes a temporary file beside `path`, syncs it, renames it over
-// `path` and syncs the directory. Throws std::system_error and leaves no temporary file behind.
+// `path` and syncs the directory. The permissions stay those of a file that was there before. Throws
+// std::system_error and leaves no temporary file behind.
 void saveFileBytes(const std::string& path, ByteView bytes);
 
 // The same for content that is made piece by piece: `appendNext` adds the next piece to an empty

@@ -87,21 +87,33 @@ std::string temporaryPathFor(const std::string& path) {
            std::to_string(counter.fetch_add(1, std::memory_order_relaxed));
 }
 
+// Of the file that is there.
+std::optional<mode_t> permissionsOf(const std::string& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
+    return info.st_mode & 0777U;
+}
+
 // Runs `write` on a temporary file beside `path`, which then takes the place of `path`.
 void replaceFile(const std::string& path,
                  const std::function<void(int fd, const std::string& name)>& write) {
     const std::string directory = parentDirectory(path);
     if (!directory.empty()) createDirectories(directory);
+    // What an owner has closed to others stays closed, from the first moment on.
+    const std::optional<mode_t> permissions = permissionsOf(path);
     // A killed process of the same number, as every start in a container may have, can have left a
     // temporary file of the same name.
     std::string temporary;
     int fd = -1;
     do {
         temporary = temporaryPathFor(path);
-        fd = openRetrying(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+        fd = openRetrying(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL,
+                          permissions.value_or(0644));
     } while (fd < 0 && errno == EEXIST);
     Descriptor file(fd);
     if (!file.isOpen()) throwErrno(errno, temporary);
+    // The mask may have taken some away; a file system that refuses is no reason to lose the content.
+    if (permissions) static_cast<void>(::fchmod(file.number(), *permissions));
     try {
         write(file.number(), temporary);
         if (syncRetrying(file.number()) != 0) throwErrno(errno, temporary);

@@ -259,8 +259,7 @@ struct TcpListener::Impl : Watched, std::enable_shared_from_this<TcpListener::Im
 };
 
 void TcpListener::Impl::begin() {
-    handlers.onState({});
-    std::error_code refused;
+    std::error_code outcome;
     {
         const std::lock_guard guard(lock);
         if (!acceptor.isOpen()) return;
@@ -268,12 +267,11 @@ void TcpListener::Impl::begin() {
         acceptorId = queue.enrol(shared_from_this());
         if (!retryId || !acceptorId) return;
         retry.set(std::chrono::milliseconds(0));
-        if (queue.poller.watchOnce(retry.descriptor(), *retryId) &&
-            queue.poller.watchOnce(acceptor.descriptor(), *acceptorId))
-            return;
-        refused = std::make_error_code(std::errc::not_enough_memory);
+        if (!queue.poller.watchOnce(retry.descriptor(), *retryId) ||
+            !queue.poller.watchOnce(acceptor.descriptor(), *acceptorId))
+            outcome = std::make_error_code(std::errc::not_enough_memory);
     }
-    handlers.onState(refused);
+    handlers.onState(outcome);
 }
 
 void TcpListener::Impl::cancel() {

@@ -65,7 +65,8 @@ class TcpListener {
 public:
     // Called on the queue's threads.
     struct Handlers {
-        // Once without error when ready; with an error when it has failed for good.
+        // Once without error when ready, which the first connections may be ahead of; with an error
+        // when it has failed for good.
         std::function<void(const std::error_code&)> onState;
         std::function<void(TcpConnection)> onConnection;
         // Accepting fails for now (no descriptors or buffers left) and is tried again; told once,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include <unicode/brkiter.h>
@@ -18,6 +19,8 @@ namespace zepho {
 namespace {
 
 constexpr char32_t replacement = 0xFFFD;
+// ICU counts bytes in 32 bits, and a text may have more: it sees that much at a time.
+constexpr std::size_t walkedAtOnce = std::size_t{16} << 20;
 
 bool isAscii(std::string_view text) {
     std::uint64_t any = 0;
@@ -73,7 +76,8 @@ public:
         UErrorCode status = U_ZERO_ERROR;
         utext_openUTF8(&source, text.data(), static_cast<std::int64_t>(text.size()), &status);
         if (breaks) breaks->setText(&source, status);
-        require(breaks && U_SUCCESS(status), "ICU refused a text");
+        if (!breaks || status == U_MEMORY_ALLOCATION_ERROR) throw std::bad_alloc();
+        require(U_SUCCESS(status), "ICU refused a text");
     }
     CharacterBreaks(const CharacterBreaks&) = delete;
     CharacterBreaks& operator=(const CharacterBreaks&) = delete;
@@ -106,6 +110,15 @@ private:
     UText source = UTEXT_INITIALIZER;
 };
 
+// The beginning of `text` that ICU is shown next: all of it, or what ends between two scalars.
+std::string_view nextPart(std::string_view text) {
+    if (text.size() <= walkedAtOnce) return text;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    std::size_t size = walkedAtOnce;
+    U8_TRUNCATE_IF_INCOMPLETE(bytes, 0, size);
+    return text.substr(0, size);
+}
+
 // Calls `visit` with the bounds of each grapheme until it answers false.
 template <class Visit>
 void walkGraphemes(std::string_view text, Visit visit) {
@@ -119,11 +132,21 @@ void walkGraphemes(std::string_view text, Visit visit) {
         }
         return;
     }
-    CharacterBreaks breaks(text);
-    std::size_t from = 0;
-    for (std::int32_t to = breaks.next(); to != icu::BreakIterator::DONE; to = breaks.next()) {
-        if (!visit(from, static_cast<std::size_t>(to))) break;
-        from = static_cast<std::size_t>(to);
+    for (std::size_t start = 0; start < text.size();) {
+        const std::string_view part = nextPart(text.substr(start));
+        const bool isLast = start + part.size() == text.size();
+        CharacterBreaks breaks(part);
+        std::size_t from = 0;
+        for (std::int32_t next = breaks.next(); next != icu::BreakIterator::DONE;
+             next = breaks.next()) {
+            const auto to = static_cast<std::size_t>(next);
+            // What reaches the end of a part may go on behind it: the next part begins with it. What
+            // fills a whole part is cut there.
+            if (to == part.size() && !isLast && from > 0) break;
+            if (!visit(start + from, start + to)) return;
+            from = to;
+        }
+        start += from;
     }
 }
 

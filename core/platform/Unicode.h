@@ -23,7 +23,8 @@ std::string uppercased(std::string_view text);
 // Equality without regard to case.
 bool equalsIgnoringCase(std::string_view left, std::string_view right);
 
-// One user-perceived character (extended grapheme cluster): its bytes and its first scalar.
+// One user-perceived character (extended grapheme cluster): its bytes and its first scalar. One of
+// more than 16 MiB counts as several.
 struct Grapheme {
     std::string_view bytes;
     char32_t first = 0;

@@ -78,8 +78,9 @@ bool PrewarmWorker::turn() {
 }
 
 void PrewarmWorker::bake(TtsService& owner, const TtsRequest& line) {
-    const std::string head = graphemePrefix(line.text, logPrefix);
+    std::string head;
     try {
+        head = graphemePrefix(line.text, logPrefix);
         if (owner.isCached(line)) return;
         const TtsResult result = owner.synthesize(line);
         AppLog::info("service",

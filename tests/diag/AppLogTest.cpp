@@ -96,6 +96,44 @@ TEST_F(AppLogTest, HandlersGetCopiesLaterAndInOrder) {
     EXPECT_EQ(seen.back(), "under way");
 }
 
+TEST_F(AppLogTest, KeepsLittleOfATextHoweverLongItIs) {
+    const std::size_t most = AppLog::maxTextBytes;
+    LogEntry heard;
+    AppLog::setLineHandler([&heard](const LogEntry& entry) { heard = entry; });
+    // The cut falls on each byte of a scalar in turn, and into bytes that are none.
+    for (std::size_t shift = 0; shift < 4; ++shift) {
+        std::string text(shift, 'x');
+        while (text.size() < 100'000) text += "👨";
+        AppLog::info("test", text);
+        const std::string kept = AppLog::snapshot().back().text;
+        EXPECT_LE(kept.size(), most);
+        EXPECT_GT(kept.size(), most - 8);
+        EXPECT_TRUE(kept.ends_with("👨…"));
+        EXPECT_TRUE(text.starts_with(kept.substr(0, kept.size() - 3)));
+        runScheduled();
+        EXPECT_EQ(heard.text, kept);
+        EXPECT_LT(heard.text.capacity(), 2 * most);
+    }
+    AppLog::info("test", std::string(most, '\xBF'));
+    EXPECT_EQ(AppLog::snapshot().back().text.size(), most);
+    AppLog::info("test", std::string(most + 1, '\xBF'));
+    EXPECT_LE(AppLog::snapshot().back().text.size(), most);
+
+    RequestLog record;
+    record.peer = record.route = record.language = record.voice = record.note =
+        std::string(100'000, 'y');
+    AppLog::request(record);
+    const RequestLog kept = AppLog::requestSnapshot().back();
+    for (const std::string& text : {kept.peer, kept.route, kept.language, kept.voice, kept.note})
+        EXPECT_EQ(text, std::string(most - 3, 'y') + "…");
+}
+
+TEST_F(AppLogTest, NoTextCanPassForALineOfItsOwn) {
+    LogEntry entry{Uuid::make(), WallTime{}, LogLevel::warn, "test",
+                   "a\r\n12:00 [INFO] b\tc\x1B[2Jé\x7F"};
+    EXPECT_TRUE(entry.formatted().ends_with(" [WARN] test: a  12:00 [INFO] b c [2Jé "));
+}
+
 // What a handler holds may log while it ends.
 TEST_F(AppLogTest, ReplacingAHandlerEndsItOutsideTheLock) {
     const auto farewell = [] {

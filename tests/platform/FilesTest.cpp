@@ -42,6 +42,25 @@ TEST(Files, SavesAndLoadsWholeFiles) {
     EXPECT_FALSE(status->empty());
 }
 
+TEST(Files, ASaveKeepsThePermissionsThatAnOwnerHasSet) {
+    const test::TempDir directory;
+    const std::string path = directory.file("keys");
+    saveFileBytes(path, asBytes("old"));
+    // More than the mask gives a new file, and less.
+    for (const fs::perms wanted : {fs::perms{0600}, fs::perms{0666}, fs::perms{0400}}) {
+        fs::permissions(path, wanted);
+        // Nobody else may look at the unfinished file, either.
+        saveFilePieces(path, [&](Bytes& piece) {
+            for (const auto& entry : fs::directory_iterator(directory.path()))
+                EXPECT_EQ(entry.status().permissions(), wanted) << entry.path();
+            piece = toBytes("new");
+            return false;
+        });
+        EXPECT_EQ(fs::status(path).permissions(), wanted);
+        EXPECT_EQ(asText(*loadFileBytes(path)), "new");
+    }
+}
+
 TEST(Files, WhatIsInTheWayIsToldAndStays) {
     const test::TempDir directory;
     const std::string taken = directory.file("taken");

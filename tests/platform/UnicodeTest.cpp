@@ -47,6 +47,25 @@ TEST(Unicode, WalksUserPerceivedCharacters) {
     EXPECT_EQ(inner, 6U);
 }
 
+TEST(Unicode, WalksLongTextsInPartsThatNobodySees) {
+    constexpr std::size_t part = std::size_t{16} << 20;
+    const auto repeated = [](std::string_view one, std::size_t bytes) {
+        std::string text;
+        while (text.size() < bytes) text += one;
+        return text;
+    };
+    // A part ends in the middle of a family, of a pair of letters that makes a flag, of a scalar that
+    // belongs to the letter before it, and of a sequence that is none.
+    for (const std::string_view one : {"👨‍👩‍👧", "🇯🇵", "e\u0301", "\xF0\x9F\x91"}) {
+        const std::string text = "音ab" + repeated(one, part + 100);
+        EXPECT_EQ(graphemeCount(text), 3 + (text.size() - 5) / one.size()) << one;
+    }
+    // One letter that is longer than a part.
+    const std::string tower = "e" + repeated("\u0301", part);
+    EXPECT_EQ(characters(tower + "音"),
+              (std::vector<std::string>{tower.substr(0, part - 1), "\u0301", "音"}));
+}
+
 TEST(Unicode, CaseAndClasses) {
     EXPECT_EQ(lowercased("ÄİI"), "äi\u0307i");
     EXPECT_EQ(uppercased("straße"), "STRASSE");

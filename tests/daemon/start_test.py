@@ -1,0 +1,56 @@
+"""Starts zephond where it cannot start.
+
+Usage: start_test.py <source directory> <zephond>
+"""
+
+import fcntl
+import pathlib
+import resource
+import subprocess
+import sys
+import unittest
+
+SOURCE, ZEPHOND = (pathlib.Path(word).resolve() for word in sys.argv[1:3])
+sys.path.insert(0, str(SOURCE / "tests/tools"))
+from live_service import Service, free_port  # noqa: E402
+
+
+class StartTest(unittest.TestCase):
+    def setUp(self):
+        self.service = Service(ZEPHOND)
+        self.addCleanup(self.service.remove)
+        self.config = self.service.root / "data/config.json"
+
+    def begin(self, **more):
+        return subprocess.Popen([str(ZEPHOND)], env={"ZEPHO_HOME": str(self.service.root)}, text=True,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more)
+
+    def test_a_want_of_descriptors_ends_it_in_order(self):
+        seen = set()
+        for limit in range(6, 64):
+            self.service.port = free_port()
+            self.service._write_config()
+            process = self.begin(
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit)))
+            with process:
+                if process.stdout.readline():
+                    process.terminate()
+                _, words = process.communicate(timeout=60)
+            self.assertIn(process.returncode, (0, 1), f"{limit} descriptors: {words}")
+            seen.add(process.returncode)
+            if process.returncode == 0:
+                break
+            self.assertTrue(words.strip(), limit)
+        self.assertEqual(seen, {0, 1})
+
+    def test_beside_another_one_it_writes_nothing(self):
+        with open(self.service.root / "zephon.lock", "w") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            with self.begin() as process:
+                _, words = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, 1, words)
+        self.assertFalse(self.config.exists())
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
