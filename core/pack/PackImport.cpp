@@ -11,6 +11,7 @@
 #include "core/diag/Language.h"
 #include "core/pack/ClonePack.h"
 #include "core/pack/PackManifest.h"
+#include "core/pack/PackNotes.h"
 #include "core/pack/ZipFormat.h"
 #include "core/pack/ZipReader.h"
 #include "core/platform/Files.h"
@@ -80,7 +81,7 @@ public:
 
         const VoiceCloneSpec spec = specOf(offered);
         if (spec.clips.empty()) {
-            note(TF("「%@」一段音频都没有,没法导入", offered.display));
+            notes.add(TF("「%@」一段音频都没有,没法导入", nameInNote(offered.display)));
             return;
         }
         // Only a voice that another thread has added just now can have the id that comes next.
@@ -90,7 +91,7 @@ public:
             localIds[offered.id] = voices.addClone(spec).id;
             ++summary.voicesAdded;
         } catch (const TtsError& error) {
-            note(TF("「%@」导入失败:%@", offered.display, error.message));
+            notes.add(TF("「%@」导入失败:%@", nameInNote(offered.display), error.message));
         }
     }
 
@@ -104,15 +105,16 @@ public:
         }
     }
 
-    PackSummary summary;
+    PackSummary finish() {
+        summary.notes = notes.take();
+        return std::move(summary);
+    }
 
 private:
-    void note(std::string text) { summary.notes.push_back(std::move(text)); }
-
     void reuse(const VoiceInfo& offered, const std::string& localId) {
         localIds[offered.id] = localId;
         ++summary.voicesReused;
-        note(TF("已经有「%@」了,这次没重复导入", offered.display));
+        notes.add(TF("已经有「%@」了,这次没重复导入", nameInNote(offered.display)));
     }
 
     VoiceCloneSpec specOf(const VoiceInfo& offered) {
@@ -126,7 +128,8 @@ private:
                 ++summary.clips;
                 spec.clips.push_back({std::move(audio), clip.text});
             } catch (const ZipError&) {
-                note(TF("「%@」少了一段音频(%@),这一段跳过", offered.display, clip.fileName));
+                notes.add(TF("「%@」少了一段音频(%@),这一段跳过", nameInNote(offered.display),
+                             nameInNote(clip.fileName)));
             }
         }
         return spec;
@@ -134,6 +137,8 @@ private:
 
     const ZipReader& archive;
     VoiceLibrary& voices;
+    PackSummary summary;
+    PackNotes notes;
     // Entries may inflate to more than they claim; all of them together may not.
     std::uint64_t budget = maxPackBytes;
     std::vector<VoiceInfo> known;                 // the library as last seen
@@ -150,9 +155,9 @@ PackSummary importPack(const std::string& from, VoiceLibrary& voices, AppConfig&
     import_.takeBindings(manifest.airlines, config);
     config.save();
     voices.save();
-    AppLog::info("clonepack",
-                 "imported " + lastPathComponent(from) + ": " + import_.summary.describe());
-    return std::move(import_.summary);
+    PackSummary summary = import_.finish();
+    AppLog::info("clonepack", "imported " + lastPathComponent(from) + ": " + summary.describe());
+    return summary;
 }
 
 }  // namespace zepho

@@ -172,6 +172,24 @@ TEST_F(ClonePackTest, NotesWhatIsMissingOnExport) {
     EXPECT_EQ(importPack(pack, other.library, other.config).voices, 0);
 }
 
+TEST_F(ClonePackTest, NotesStayFewAndShortWhateverThePackSays) {
+    std::string name;
+    for (int i = 0; i < 100000; ++i) name += "名";
+    std::string tower = "x";
+    for (int i = 0; i < 1000; ++i) tower += "\xCC\x81";
+    Json clips = Json::array();
+    for (int i = 0; i < 1000; ++i) clips.push_back({{"file", std::to_string(i)}});
+    const Json voices{{{"display", tower}, {"clips", {{{"file", name}}}}},
+                      {{"display", name}, {"clips", clips}}};
+    writePack(Json{{"format", packFormat}, {"voices", voices}}.dump());
+    const Notes notes = importPack(pack, other.library, other.config).notes;
+    const std::string shown = name.substr(0, 60 * 3) + "…";
+    ASSERT_EQ(notes.size(), 201U);
+    EXPECT_EQ(notes[0], "「" + tower.substr(0, 599) + "…」少了一段音频(" + shown + "),这一段跳过");
+    EXPECT_EQ(notes[2], "「" + shown + "」少了一段音频(0),这一段跳过");
+    EXPECT_EQ(notes[200], "… +803");
+}
+
 TEST_F(ClonePackTest, LeavesNoHalfPackBehind) {
     const VoiceInfo anna = addVoice("Anna", "zh", TtsGender::female, 2);
     saveFileBytes(pack, asBytes("the pack before"));
