@@ -56,7 +56,7 @@ public:
     void note(std::string text) { steps.push_back({"", "", std::move(text)}); }
 
     PackSummary write(const std::string& to) {
-        refuseIf(manifest.voices.size() + steps.size() > maxPackItems, to);
+        refuseIf(!isWithinPackLimits(manifest), to);
         next = steps.begin();
         saveFilePieces(to, [&](Bytes& piece) {
             const bool more = addClip(to);

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <utility>
@@ -20,6 +19,8 @@
 
 namespace zepho {
 namespace {
+
+constexpr int voicesPerSave = 100;
 
 [[noreturn]] void refuse(std::string message) {
     throw TtsError(TtsErrorCode::badAudio, std::move(message));
@@ -71,13 +72,8 @@ public:
 
     void takeVoice(const VoiceInfo& offered) {
         ++summary.voices;
-        // A pack may offer thousands of voices: the library is copied again only when it has grown.
-        if (known.size() != voices.count()) known = voices.all();
-        const auto same = std::find_if(known.begin(), known.end(), [&](const VoiceInfo& local) {
-            return local.gender == offered.gender && local.language == offered.language &&
-                   equalsIgnoringCase(local.display, offered.display);
-        });
-        if (same != known.end()) return reuse(offered, same->id);
+        if (const auto same = voices.findAlike(offered.display, offered.language, offered.gender))
+            return reuse(offered, same->id);
 
         const VoiceCloneSpec spec = specOf(offered);
         if (spec.clips.empty()) {
@@ -88,8 +84,9 @@ public:
         if (const auto added = voices.find(voices.predictId(spec)))
             return reuse(offered, added->id);
         try {
-            localIds[offered.id] = voices.addClone(spec).id;
-            ++summary.voicesAdded;
+            localIds[offered.id] = voices.addUnsavedClone(spec).id;
+            // Each save writes the whole list: too much for every voice of a large pack.
+            if (++summary.voicesAdded % voicesPerSave == 0) voices.save();
         } catch (const TtsError& error) {
             notes.add(TF("「%@」导入失败:%@", nameInNote(offered.display), error.message));
         }
@@ -141,7 +138,6 @@ private:
     PackNotes notes;
     // Entries may inflate to more than they claim; all of them together may not.
     std::uint64_t budget = maxPackBytes;
-    std::vector<VoiceInfo> known;                 // the library as last seen
     std::map<std::string, std::string> localIds;  // by the id in the pack
 };
 
@@ -152,9 +148,10 @@ PackSummary importPack(const std::string& from, VoiceLibrary& voices, AppConfig&
     const PackManifest manifest = manifestOf(archive);
     PackImporter import_(archive, voices);
     for (const VoiceInfo& voice : manifest.voices) import_.takeVoice(voice);
+    // Before the bindings, which else could be on disk without the voices that they lead to.
+    voices.save();
     import_.takeBindings(manifest.airlines, config);
     config.save();
-    voices.save();
     PackSummary summary = import_.finish();
     AppLog::info("clonepack", "imported " + lastPathComponent(from) + ": " + summary.describe());
     return summary;
