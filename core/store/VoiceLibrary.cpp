@@ -35,7 +35,7 @@ void VoiceLibrary::load() {
     }
     removeStaleTemporaries(clipsDirectory);
     removeStaleTemporaries(parentDirectory(voicesFile));
-    if (!fileExists(voicesFile)) return;
+    if (fileIsMissing(voicesFile)) return;
     const std::optional<Bytes> bytes = loadFileBytes(voicesFile);
     if (!bytes) {
         AppLog::error("voices", "cannot read the voice library");

@@ -77,7 +77,7 @@ void WavCache::store(std::vector<CacheRecordPointer> records, FileNames& names) 
         FileNames::Name* const name = names.find(record->fileName);
         if (name == nullptr) {
             // Where there is an index, only a listing that failed is empty; then each file is asked.
-            if (!names.all().empty() || !fileExists(pathOf(*record))) continue;
+            if (!names.all().empty() || fileIsMissing(pathOf(*record))) continue;
         } else if (record->fileName.ends_with(suffix) &&
                    record->key ==
                        record->fileName.substr(0, record->fileName.size() - suffix.size()))

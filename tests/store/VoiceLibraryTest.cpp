@@ -249,6 +249,11 @@ TEST_F(VoiceLibraryTest, DamagedFilesLeaveAnEmptyLibrary) {
         EXPECT_EQ(reload(), 0U) << text;
         EXPECT_TRUE(AppLog::snapshot().empty());
     }
+    // Nor does one pass for missing of which the system does not even tell whether it is there.
+    std::filesystem::remove(voicesFile());
+    std::filesystem::create_symlink(voicesFile(), voicesFile());
+    EXPECT_EQ(reload(), 0U);
+    EXPECT_EQ(logged(LogLevel::error), (std::vector<std::string>{"cannot read the voice library"}));
     std::filesystem::remove(voicesFile());
     std::filesystem::create_directory(voicesFile());
     EXPECT_EQ(reload(), 0U);
