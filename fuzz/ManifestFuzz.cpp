@@ -42,11 +42,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::optional<Json> root = parseJsonObject(ByteView(data, size));
     if (!root) return 0;
     const std::optional<PackManifest> read = readPackManifest(*root);
-    require(read.has_value() || size > maxPackItems, "too many voices in too few bytes");
+    require(read.has_value() || size > maxEntryUses, "too many voices in too few bytes");
     if (!read) return 0;
-    std::size_t items = read->voices.size();
-    for (const VoiceInfo& voice : read->voices) items += voice.clips.size();
-    require(items <= maxPackItems, "more than a pack may hold");
+    require(isWithinPackLimits(*read), "more than a pack may hold");
     for (const auto& [key, voice] : read->airlines) checkKey(key);
 
     const std::optional<Json> written = parseJsonObject(jsonString(packManifestJson(*read, {})));

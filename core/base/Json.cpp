@@ -171,9 +171,14 @@ std::optional<Json> parseJsonObject(ByteView bytes) {
 }
 
 std::optional<Json> parseJsonObject(std::string_view text) {
+    if (!beginsLikeObject(text) || hasTooManyValues(text)) return std::nullopt;
+    return parseOwnJsonObject(asBytes(text));
+}
+
+std::optional<Json> parseOwnJsonObject(ByteView bytes) {
+    const std::string_view text = asText(bytes);
     // The library takes a NUL byte for the end of the text and would let pass what follows.
-    if (!beginsLikeObject(text)) return std::nullopt;
-    if (text.find('\0') != std::string_view::npos || hasTooManyValues(text)) return std::nullopt;
+    if (!beginsLikeObject(text) || text.find('\0') != std::string_view::npos) return std::nullopt;
     Json value = Json::parse(text, nullptr, false);
     if (!value.is_object()) return std::nullopt;
     return value;

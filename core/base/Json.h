@@ -42,13 +42,15 @@ std::string jsonText(const Json& value);
 std::optional<std::int64_t> parseDecimalInteger(std::string_view text);
 std::optional<double> parseDecimalFloat(std::string_view text);
 
-// More values than any text of ours has, or any honest client sends.
+// More values than any honest client sends.
 inline constexpr std::size_t maxJsonValues = 1'000'000;
 
 // The top-level object of a JSON text; absent when it is malformed or not an object, or when it is
 // longer than a megabyte and holds more than maxJsonValues.
 std::optional<Json> parseJsonObject(ByteView bytes);
 std::optional<Json> parseJsonObject(std::string_view text);
+// The same for the files that we write ourselves, however many values they hold.
+std::optional<Json> parseOwnJsonObject(ByteView bytes);
 
 // JSON text with unescaped slashes; `pretty` indents. Keys are sorted. What cannot be encoded
 // (invalid UTF-8, a number that is not finite) gives "{}".

@@ -182,7 +182,7 @@ std::string pathOrDefault(const std::optional<std::string>& path) {
 
 void AppConfig::load(const std::optional<std::string>& path) {
     const std::string file = pathOrDefault(path);
-    if (!fileExists(file)) {
+    if (fileIsMissing(file)) {
         AppLog::info("config", "no config file; using defaults and writing one: " + file);
         save(path);
         return;
@@ -192,7 +192,7 @@ void AppConfig::load(const std::optional<std::string>& path) {
         AppLog::error("config", "cannot read config; using defaults");
         return;
     }
-    const std::optional<Json> root = parseJsonObject(*bytes);
+    const std::optional<Json> root = parseOwnJsonObject(*bytes);
     if (!root) {
         AppLog::warn("config", "config is not valid JSON; using defaults");
         return;

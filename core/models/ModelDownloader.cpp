@@ -219,7 +219,13 @@ void ModelDownloader::begin(const AttemptRef& attempt) {
     }
     // A cancel between two files has found no transfer to stop.
     if (alreadyAborted) session.cancel(transfer);
-    session.start(transfer);
+    try {
+        session.start(transfer);
+    } catch (const std::system_error& error) {
+        const std::string text = describeError(error);
+        fail(*attempt, attempt->base, attempt->displayTotal, text);
+        complete(*attempt, false, text);
+    }
 }
 
 bool ModelDownloader::takeHead(Attempt& attempt, const HttpHead& head) {
@@ -304,14 +310,26 @@ void ModelDownloader::verify(Attempt& attempt) {
 }
 
 void ModelDownloader::install(Attempt& attempt, std::int64_t actual) {
-    // One step replaces what is there.
     std::error_code error;
+    // After a power cut the final name must not stand for half a model.
+    try {
+        syncFile(attempt.partPath);
+    } catch (const std::system_error& failure) {
+        // What of it the disk has lost nobody knows, so there is nothing to go on from.
+        std::filesystem::remove(attempt.partPath, error);
+        const std::string text = describeError(failure);
+        fail(attempt, 0, 0, text);
+        complete(attempt, false, text);
+        return;
+    }
+    // One step replaces what is there.
     std::filesystem::rename(attempt.partPath, attempt.target, error);
     if (error) {
         fail(attempt, 0, 0, T("改名失败(文件可能正被引擎占用):") + error.message());
         complete(attempt, false, "rename failed");
         return;
     }
+    syncDirectory(ZEPHOPaths::modelsDir());
     AppLog::info(logSource, attempt.currentFile + " ready (" + humanSize(actual) + ")");
     report(attempt, attempt.at(DownloadStage::done, actual, actual));
     complete(attempt, true, "");

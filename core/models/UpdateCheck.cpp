@@ -36,7 +36,8 @@ Fetched fetch(const std::string& address) {
         AppLog::warn(logSource, "GET " + address + " failed: " + response.error);
         return {false, response.error};
     }
-    if (response.status == 200) return {true, replaceInvalidUtf8(asText(response.body))};
+    if (response.status == 200 && !response.body.empty())
+        return {true, replaceInvalidUtf8(asText(response.body))};
     AppLog::warn(logSource, "GET " + address + " -> HTTP " + std::to_string(response.status));
     if (response.status == 403) return {false, T("GitHub 接口限流了,过一会儿再试")};
     return {false, TF("GitHub 返回 %d", response.status)};

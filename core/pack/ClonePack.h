@@ -16,13 +16,14 @@ class VoiceLibrary;
 
 // What an export or an import did.
 struct PackSummary {
-    int voices = 0;                  // written, or met on import
-    int voicesAdded = 0;             // new on import
-    int voicesReused = 0;            // already there on import
-    int bindings = 0;                // written or taken over
-    int clips = 0;                   // written or read
-    std::int64_t bytes = 0;          // size of those clips
-    std::vector<std::string> notes;  // what went wrong on the way, for the person
+    int voices = 0;          // written, or met on import
+    int voicesAdded = 0;     // new on import
+    int voicesReused = 0;    // already there on import
+    int bindings = 0;        // written or taken over
+    int clips = 0;           // written or read
+    std::int64_t bytes = 0;  // size of those clips
+    // What went wrong on the way, for the person; of very many the first, and how many more.
+    std::vector<std::string> notes;
 
     // The counters in one line and each note on one more, in the interface language.
     [[nodiscard]] std::string describe() const;

@@ -11,6 +11,7 @@
 #include "core/diag/Language.h"
 #include "core/pack/ClonePack.h"
 #include "core/pack/PackManifest.h"
+#include "core/pack/PackNotes.h"
 #include "core/pack/ZipWriter.h"
 #include "core/platform/Files.h"
 #include "core/platform/Thread.h"
@@ -47,15 +48,15 @@ public:
         manifest.voices.push_back(voice);
         ++summary.voices;
         for (const VoiceClip& clip : voice.clips)
-            steps.push_back(
-                {voices.clipPath(clip), clip.fileName,
-                 TF("%@ 少了一段参考音频(%@),包里没有它", voice.display, clip.fileName)});
+            steps.push_back({voices.clipPath(clip), clip.fileName,
+                             TF("%@ 少了一段参考音频(%@),包里没有它", nameInNote(voice.display),
+                                nameInNote(clip.fileName))});
     }
 
     void note(std::string text) { steps.push_back({"", "", std::move(text)}); }
 
     PackSummary write(const std::string& to) {
-        refuseIf(manifest.voices.size() + steps.size() > maxPackItems, to);
+        refuseIf(!isWithinPackLimits(manifest), to);
         next = steps.begin();
         saveFilePieces(to, [&](Bytes& piece) {
             const bool more = addClip(to);
@@ -63,6 +64,7 @@ public:
             archive.takeOut(piece);
             return more;
         });
+        summary.notes = notes.take();
         return std::move(summary);
     }
 
@@ -94,7 +96,7 @@ private:
         running.pop_front();
         const std::optional<PackedEntry> entry = packing.entry.get();
         if (!entry) {
-            summary.notes.push_back(packing.step.failure);
+            notes.add(packing.step.failure);
             return true;
         }
         archive.add(*entry);
@@ -115,6 +117,7 @@ private:
     const VoiceLibrary& voices;
     PackManifest manifest;
     PackSummary summary;
+    PackNotes notes;
     std::set<std::string> seen;
     std::vector<Step> steps;
     std::vector<Step>::const_iterator next;

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <utility>
@@ -11,6 +10,7 @@
 #include "core/diag/Language.h"
 #include "core/pack/ClonePack.h"
 #include "core/pack/PackManifest.h"
+#include "core/pack/PackNotes.h"
 #include "core/pack/ZipFormat.h"
 #include "core/pack/ZipReader.h"
 #include "core/platform/Files.h"
@@ -19,6 +19,8 @@
 
 namespace zepho {
 namespace {
+
+constexpr int voicesPerSave = 100;
 
 [[noreturn]] void refuse(std::string message) {
     throw TtsError(TtsErrorCode::badAudio, std::move(message));
@@ -70,27 +72,23 @@ public:
 
     void takeVoice(const VoiceInfo& offered) {
         ++summary.voices;
-        // A pack may offer thousands of voices: the library is copied again only when it has grown.
-        if (known.size() != voices.count()) known = voices.all();
-        const auto same = std::find_if(known.begin(), known.end(), [&](const VoiceInfo& local) {
-            return local.gender == offered.gender && local.language == offered.language &&
-                   equalsIgnoringCase(local.display, offered.display);
-        });
-        if (same != known.end()) return reuse(offered, same->id);
+        if (const auto same = voices.findAlike(offered.display, offered.language, offered.gender))
+            return reuse(offered, same->id);
 
         const VoiceCloneSpec spec = specOf(offered);
         if (spec.clips.empty()) {
-            note(TF("「%@」一段音频都没有,没法导入", offered.display));
+            notes.add(TF("「%@」一段音频都没有,没法导入", nameInNote(offered.display)));
             return;
         }
         // Only a voice that another thread has added just now can have the id that comes next.
         if (const auto added = voices.find(voices.predictId(spec)))
             return reuse(offered, added->id);
         try {
-            localIds[offered.id] = voices.addClone(spec).id;
-            ++summary.voicesAdded;
+            localIds[offered.id] = voices.addUnsavedClone(spec).id;
+            // Each save writes the whole list: too much for every voice of a large pack.
+            if (++summary.voicesAdded % voicesPerSave == 0) voices.save();
         } catch (const TtsError& error) {
-            note(TF("「%@」导入失败:%@", offered.display, error.message));
+            notes.add(TF("「%@」导入失败:%@", nameInNote(offered.display), error.message));
         }
     }
 
@@ -104,15 +102,16 @@ public:
         }
     }
 
-    PackSummary summary;
+    PackSummary finish() {
+        summary.notes = notes.take();
+        return std::move(summary);
+    }
 
 private:
-    void note(std::string text) { summary.notes.push_back(std::move(text)); }
-
     void reuse(const VoiceInfo& offered, const std::string& localId) {
         localIds[offered.id] = localId;
         ++summary.voicesReused;
-        note(TF("已经有「%@」了,这次没重复导入", offered.display));
+        notes.add(TF("已经有「%@」了,这次没重复导入", nameInNote(offered.display)));
     }
 
     VoiceCloneSpec specOf(const VoiceInfo& offered) {
@@ -126,7 +125,8 @@ private:
                 ++summary.clips;
                 spec.clips.push_back({std::move(audio), clip.text});
             } catch (const ZipError&) {
-                note(TF("「%@」少了一段音频(%@),这一段跳过", offered.display, clip.fileName));
+                notes.add(TF("「%@」少了一段音频(%@),这一段跳过", nameInNote(offered.display),
+                             nameInNote(clip.fileName)));
             }
         }
         return spec;
@@ -134,9 +134,10 @@ private:
 
     const ZipReader& archive;
     VoiceLibrary& voices;
+    PackSummary summary;
+    PackNotes notes;
     // Entries may inflate to more than they claim; all of them together may not.
     std::uint64_t budget = maxPackBytes;
-    std::vector<VoiceInfo> known;                 // the library as last seen
     std::map<std::string, std::string> localIds;  // by the id in the pack
 };
 
@@ -147,12 +148,13 @@ PackSummary importPack(const std::string& from, VoiceLibrary& voices, AppConfig&
     const PackManifest manifest = manifestOf(archive);
     PackImporter import_(archive, voices);
     for (const VoiceInfo& voice : manifest.voices) import_.takeVoice(voice);
+    // Before the bindings, which else could be on disk without the voices that they lead to.
+    voices.save();
     import_.takeBindings(manifest.airlines, config);
     config.save();
-    voices.save();
-    AppLog::info("clonepack",
-                 "imported " + lastPathComponent(from) + ": " + import_.summary.describe());
-    return std::move(import_.summary);
+    PackSummary summary = import_.finish();
+    AppLog::info("clonepack", "imported " + lastPathComponent(from) + ": " + summary.describe());
+    return summary;
 }
 
 }  // namespace zepho

@@ -1,5 +1,6 @@
 #include "core/pack/PackManifest.h"
 
+#include <unordered_map>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -53,6 +54,18 @@ Json packManifestJson(const PackManifest& manifest, WallTime exportedAt) {
             {"airlines", std::move(airlines)}};
 }
 
+bool isWithinPackLimits(const PackManifest& manifest) {
+    std::size_t items = manifest.voices.size();
+    std::unordered_map<std::string_view, std::size_t> uses;
+    for (const VoiceInfo& voice : manifest.voices) {
+        items += voice.clips.size();
+        for (const VoiceClip& clip : voice.clips)
+            if (++uses[clip.fileName] > maxEntryUses) return false;
+    }
+    return items <= maxPackItems && manifest.voices.size() <= maxPackVoices &&
+           manifest.airlines.size() <= maxPackItems;
+}
+
 std::optional<PackManifest> readPackManifest(const Json& root) {
     PackManifest manifest;
     std::size_t items = 0;
@@ -61,6 +74,7 @@ std::optional<PackManifest> readPackManifest(const Json& root) {
             if (!object.is_object()) continue;
             const Json* clips = jArr(&object, "clips");
             items += 1 + (clips != nullptr ? clips->size() : 0);
+            // Before the values take many times the memory of their text.
             if (items > maxPackItems) return std::nullopt;
             manifest.voices.push_back(readVoice(object));
         }
@@ -68,6 +82,7 @@ std::optional<PackManifest> readPackManifest(const Json& root) {
     if (const Json* airlines = jObj(&root, "airlines"))
         for (const auto& [key, voiceId] : airlines->items())
             if (voiceId.is_string()) manifest.airlines[key] = voiceId.get<std::string>();
+    if (!isWithinPackLimits(manifest)) return std::nullopt;
     return manifest;
 }
 

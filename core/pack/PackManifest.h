@@ -24,7 +24,9 @@ inline constexpr std::string_view packAudioFolder = "audio/";
 // writes no more, so that every pack of ours can be imported.
 inline constexpr std::uint64_t maxPackBytes = std::uint64_t{512} << 20;
 inline constexpr std::uint64_t maxManifestBytes = std::uint64_t{8} << 20;
-inline constexpr std::size_t maxPackItems = 60000;  // voices and clips together
+inline constexpr std::size_t maxPackItems = 60000;  // voices and clips together, and bindings
+inline constexpr std::size_t maxPackVoices = 5000;
+inline constexpr std::size_t maxEntryUses = 100;  // clips that name one entry
 
 // What a pack says. Of the voices only the fields that travel are meaningful.
 struct PackManifest {
@@ -35,7 +37,10 @@ struct PackManifest {
 Json voiceToPackJson(const VoiceInfo& voice);
 Json packManifestJson(const PackManifest& manifest, WallTime exportedAt);
 
-// What of the wrong type counts as absent. Nothing if there are more than maxPackItems.
+// Whether the manifest keeps to these limits.
+[[nodiscard]] bool isWithinPackLimits(const PackManifest& manifest);
+
+// What of the wrong type counts as absent. Nothing if it is beyond the limits.
 [[nodiscard]] std::optional<PackManifest> readPackManifest(const Json& root);
 
 // The parts of a binding key as it stands in a pack, borrowed from it; absent with fewer than three.

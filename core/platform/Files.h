@@ -41,10 +41,18 @@ void saveFileBytes(const std::string& path, ByteView bytes);
 // buffer and gives false after the last one. What it throws comes out, the old file untouched.
 void saveFilePieces(const std::string& path, const std::function<bool(Bytes&)>& appendNext);
 
+// What is in the file stays there after a power cut. Throws std::system_error.
+void syncFile(const std::string& path);
+// So do the names in the directory, as far as its file system does that.
+void syncDirectory(const std::string& path);
+
 // Creates the directory and what is missing above it. Throws std::system_error.
 void createDirectories(const std::string& path);
 
 [[nodiscard]] bool fileExists(const std::string& path);
+// Whether the system says that nothing has this path. Not the opposite of fileExists(): where it
+// cannot tell, for want of a permission or on a failing disk, both are false.
+[[nodiscard]] bool fileIsMissing(const std::string& path);
 [[nodiscard]] bool directoryExists(const std::string& path);
 
 // Whether `name` is a temporary file that a killed saveFileBytes() left behind.

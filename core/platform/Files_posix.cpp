@@ -74,13 +74,6 @@ int syncRetrying(int fd) {
     return result;
 }
 
-// The rename itself must survive a power cut. Some file systems refuse to sync a directory; the
-// rename has happened then all the same.
-void syncDirectory(const std::string& path) {
-    const Descriptor directory(openRetrying(path.c_str(), O_RDONLY | O_DIRECTORY));
-    if (directory.isOpen()) syncRetrying(directory.number());
-}
-
 std::string temporaryPathFor(const std::string& path) {
     static std::atomic<unsigned> counter{0};
     return path + temporaryMark + std::to_string(::getpid()) + "-" +
@@ -123,6 +116,7 @@ void replaceFile(const std::string& path,
         ::unlink(temporary.c_str());
         throw;
     }
+    // The rename itself must survive a power cut.
     syncDirectory(directory.empty() ? "." : directory);
 }
 
@@ -210,6 +204,17 @@ void saveFilePieces(const std::string& path, const std::function<bool(Bytes&)>& 
     });
 }
 
+void syncFile(const std::string& path) {
+    const Descriptor file(openRetrying(path.c_str(), O_RDONLY));
+    if (!file.isOpen() || syncRetrying(file.number()) != 0) throwErrno(errno, path);
+}
+
+// Some file systems refuse to sync a directory; a rename in it has happened then all the same.
+void syncDirectory(const std::string& path) {
+    const Descriptor directory(openRetrying(path.c_str(), O_RDONLY | O_DIRECTORY));
+    if (directory.isOpen()) syncRetrying(directory.number());
+}
+
 void createDirectories(const std::string& path) {
     std::error_code error;
     std::filesystem::create_directories(path, error);
@@ -221,6 +226,11 @@ void createDirectories(const std::string& path) {
 bool fileExists(const std::string& path) {
     struct stat info {};
     return ::stat(path.c_str(), &info) == 0;
+}
+
+bool fileIsMissing(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
 bool directoryExists(const std::string& path) {

@@ -355,9 +355,9 @@ void HttpSession::start(const std::shared_ptr<HttpTransfer>& transfer) {
     require(!transfer->started.exchange(true), "a transfer is started once");
     {
         const std::lock_guard guard(queue->lock);
-        queue->arriving.push_back(transfer);
         if (!queue->thread.joinable())
             queue->thread = startThread("zepho-transfer", [held = queue] { held->run(); });
+        queue->arriving.push_back(transfer);
     }
     curl_multi_wakeup(queue->multi);
 }

@@ -65,7 +65,8 @@ public:
     // Nothing happens before start(). `headers` are those of the request, "Name: value" each.
     [[nodiscard]] static std::shared_ptr<HttpTransfer> transfer(
         const std::string& url, const std::vector<std::string>& headers, HttpEvents events);
-    // At most once for each transfer.
+    // At most once for each transfer. Throws std::system_error, and the transfer ends without an
+    // event, if the session needs its thread and there is none to be had.
     void start(const std::shared_ptr<HttpTransfer>& transfer);
     // Without effect on one that has ended.
     void cancel(const std::shared_ptr<HttpTransfer>& transfer);

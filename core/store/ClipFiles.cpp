@@ -36,7 +36,7 @@ bool deleteFile(const std::string& path) {
 bool deleteFilePatiently(const std::string& path) {
     if (deleteFile(path)) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    return !fileExists(path) || deleteFile(path);
+    return fileIsMissing(path) || deleteFile(path);
 }
 
 }  // namespace zepho

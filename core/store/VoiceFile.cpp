@@ -85,7 +85,7 @@ Json writeVoice(const VoiceInfo& voice) {
 
 VoiceFileContent readVoiceFile(ByteView bytes, WallTime now) {
     VoiceFileContent content;
-    const std::optional<Json> root = parseJsonObject(bytes);
+    const std::optional<Json> root = parseOwnJsonObject(bytes);
     if (!root) return content;
     content.state = VoiceFileState::withoutList;
     const Json* list = jArr(&*root, "voices");

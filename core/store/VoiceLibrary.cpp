@@ -35,7 +35,7 @@ void VoiceLibrary::load() {
     }
     removeStaleTemporaries(clipsDirectory);
     removeStaleTemporaries(parentDirectory(voicesFile));
-    if (!fileExists(voicesFile)) return;
+    if (fileIsMissing(voicesFile)) return;
     const std::optional<Bytes> bytes = loadFileBytes(voicesFile);
     if (!bytes) {
         AppLog::error("voices", "cannot read the voice library");
@@ -112,6 +112,18 @@ std::optional<VoiceInfo> VoiceLibrary::findByDisplay(std::string_view name) cons
     return *voice;
 }
 
+std::optional<VoiceInfo> VoiceLibrary::findAlike(std::string_view display,
+                                                 std::string_view language,
+                                                 TtsGender gender) const {
+    SharedVoice voice;
+    {
+        const std::lock_guard guard(lock);
+        voice = items.findAlike(display, language, gender);
+    }
+    if (!voice) return std::nullopt;
+    return *voice;
+}
+
 std::string VoiceLibrary::contentKey(const VoiceCloneSpec& spec) {
     std::string key;
     for (const VoiceClipInput& clip : spec.clips) {
@@ -125,10 +137,7 @@ std::string VoiceLibrary::contentKey(const VoiceCloneSpec& spec) {
 
 std::string VoiceLibrary::makeIdLocked(const std::string& key) const {
     const std::string candidate = "v-" + lowercased(sha256Utf8(key).substr(0, 12));
-    std::string id = candidate;
-    for (int counter = 1; items.findById(id); ++counter)
-        id = candidate + "-" + std::to_string(counter);
-    return id;
+    return items.freeId(candidate);
 }
 
 std::string VoiceLibrary::predictId(const VoiceCloneSpec& spec) const {
@@ -139,6 +148,12 @@ std::string VoiceLibrary::predictId(const VoiceCloneSpec& spec) const {
 }
 
 VoiceInfo VoiceLibrary::addClone(const VoiceCloneSpec& spec) {
+    VoiceInfo voice = addUnsavedClone(spec);
+    save();
+    return voice;
+}
+
+VoiceInfo VoiceLibrary::addUnsavedClone(const VoiceCloneSpec& spec) {
     if (spec.clips.empty()) throw TtsError(TtsErrorCode::badAudio, T("克隆至少需要一段参考音频"));
     VoiceInfo voice;
     voice.id = predictId(spec);
@@ -160,7 +175,6 @@ VoiceInfo VoiceLibrary::addClone(const VoiceCloneSpec& spec) {
         const std::lock_guard guard(lock);
         items.append(std::move(shared));
     }
-    save();
     AppLog::info("voices", formatText("cloned voice %@ (%@, %d clip(s), %.1f s total)", voice.id,
                                       voice.display, voice.clips.size(),
                                       static_cast<double>(totalMs) / 1000));

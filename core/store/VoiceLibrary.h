@@ -52,12 +52,19 @@ public:
     [[nodiscard]] std::optional<VoiceInfo> find(std::string_view id) const;
     [[nodiscard]] std::optional<VoiceInfo> findByDisplay(std::string_view name) const;
 
+    // The first voice with this name without regard to case, and exactly this language and gender.
+    [[nodiscard]] std::optional<VoiceInfo> findAlike(std::string_view display,
+                                                     std::string_view language,
+                                                     TtsGender gender) const;
+
     // What makes two clones the same: their clips and transcripts, in order, and nothing else.
     [[nodiscard]] static std::string contentKey(const VoiceCloneSpec& spec);
     // The id that addClone() would give now.
     [[nodiscard]] std::string predictId(const VoiceCloneSpec& spec) const;
     // Throws badAudio and cloneFailed; clips that were stored before the failure stay behind.
     VoiceInfo addClone(const VoiceCloneSpec& spec);
+    // The same but for the save, which is the caller's, after one or after several.
+    VoiceInfo addUnsavedClone(const VoiceCloneSpec& spec);
     // Puts the voice in the place of the one with its id, and saves. No such voice: does nothing.
     void update(const VoiceInfo& voice);
     // Also removes the voice's bindings and clips. False if there is no such voice.

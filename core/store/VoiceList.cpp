@@ -32,6 +32,24 @@ SharedVoice VoiceList::findByDisplay(std::string_view name) const {
     return found == entries.end() ? nullptr : found->voice;
 }
 
+SharedVoice VoiceList::findAlike(std::string_view name, std::string_view language,
+                                 TtsGender gender) const {
+    const std::string folded = lowercased(name);
+    const auto found = std::find_if(entries.begin(), entries.end(), [&](const Entry& entry) {
+        return entry.voice->gender == gender && entry.voice->language == language &&
+               entry.foldedDisplay == folded;
+    });
+    return found == entries.end() ? nullptr : found->voice;
+}
+
+std::string VoiceList::freeId(const std::string& id) const {
+    if (!findById(id)) return id;
+    for (std::size_t& taken = takenSuffixes[id];; ++taken) {
+        std::string suffixed = id + "-" + std::to_string(taken + 1);
+        if (!findById(suffixed)) return suffixed;
+    }
+}
+
 void VoiceList::append(SharedVoice voice) {
     std::string foldedId = lowercased(voice->id);
     std::string foldedDisplay = lowercased(voice->display);
@@ -53,6 +71,7 @@ SharedVoice VoiceList::remove(std::string_view id) {
     const auto found = firstById.find(lowercased(id));
     if (found == firstById.end()) return nullptr;
     SharedVoice removed = entries[found->second].voice;
+    takenSuffixes.clear();
     entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(found->second));
     // Every later voice has moved, and a second one of the same id may now be the first.
     firstById.clear();

@@ -25,6 +25,11 @@ public:
     // nullptr where there is none.
     [[nodiscard]] SharedVoice findById(std::string_view id) const;
     [[nodiscard]] SharedVoice findByDisplay(std::string_view name) const;
+    // With this name, and exactly this language and gender.
+    [[nodiscard]] SharedVoice findAlike(std::string_view name, std::string_view language,
+                                        TtsGender gender) const;
+    // The id if it is free, otherwise with the lowest suffix -1, -2, … that makes it so.
+    [[nodiscard]] std::string freeId(const std::string& id) const;
 
     void append(SharedVoice voice);
     // Puts the voice in the place of the first one with its id. False if there is none.
@@ -40,6 +45,9 @@ private:
 
     std::vector<Entry> entries;
     std::unordered_map<std::string, std::size_t> firstById;  // by lower-cased id
+    // The suffixes up to this number are taken, so that many voices of one content are not counted
+    // through anew for each. Only a removal makes one of them free.
+    mutable std::unordered_map<std::string, std::size_t> takenSuffixes;
 };
 
 }  // namespace zepho

@@ -77,7 +77,7 @@ void WavCache::store(std::vector<CacheRecordPointer> records, FileNames& names) 
         FileNames::Name* const name = names.find(record->fileName);
         if (name == nullptr) {
             // Where there is an index, only a listing that failed is empty; then each file is asked.
-            if (!names.all().empty() || !fileExists(pathOf(*record))) continue;
+            if (!names.all().empty() || fileIsMissing(pathOf(*record))) continue;
         } else if (record->fileName.ends_with(suffix) &&
                    record->key ==
                        record->fileName.substr(0, record->fileName.size() - suffix.size()))
@@ -217,6 +217,8 @@ void WavCache::put(const std::string& key, const std::string& text, const TtsRes
     std::vector<CacheRecordPointer> evicted;
     {
         const std::lock_guard guard(lock);
+        // An eviction of the clip that was there before may just have taken the new file.
+        if (fileIsMissing(dir + entry.fileName)) return;
         storeLocked(makeCacheRecord(key, entry));
         dirty = true;
         evicted = evictLocked();
@@ -226,6 +228,19 @@ void WavCache::put(const std::string& key, const std::string& text, const TtsRes
 }
 
 bool WavCache::remove(std::string_view key) {
+    if (!removeClip(key)) return false;
+    saveIndex(true);
+    return true;
+}
+
+std::size_t WavCache::remove(std::span<const std::string> keys) {
+    std::size_t removed = 0;
+    for (const std::string& key : keys) removed += removeClip(key) ? 1 : 0;
+    if (removed > 0) saveIndex(true);
+    return removed;
+}
+
+bool WavCache::removeClip(std::string_view key) {
     CacheRecordPointer record;
     {
         const std::lock_guard guard(lock);
@@ -236,7 +251,6 @@ bool WavCache::remove(std::string_view key) {
     }
     deleteFile(pathOf(*record));
     hot.drop(key);
-    saveIndex(true);
     return true;
 }
 
@@ -336,7 +350,8 @@ void WavCache::eraseLocked(Items::iterator place) {
     dirty = true;
 }
 
-// The files are deleted here, under the lock, so that no put() of the same key comes in between.
+// The files are deleted here, under the lock, so that put(), which looks for its file under the lock
+// too, never stores an entry whose file goes with the one before it.
 std::vector<CacheRecordPointer> WavCache::evictLocked() {
     std::vector<CacheRecordPointer> evicted;
     if (budget < 1 || budget >= bytes) return evicted;

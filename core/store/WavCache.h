@@ -8,10 +8,12 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -53,6 +55,8 @@ public:
     void put(const std::string& key, const std::string& text, const TtsResult& result);
     // Whether the clip was there.
     bool remove(std::string_view key);
+    // The same for many, with one write of the index; how many were there.
+    std::size_t remove(std::span<const std::string> keys);
     // Deletes every clip in the directory, known or not.
     void clear();
     void setBudget(std::int64_t budgetBytes);
@@ -80,6 +84,7 @@ private:
     [[nodiscard]] std::string pathOf(const CacheRecord& record) const;
     [[nodiscard]] std::optional<SharedBytes> readClip(const CacheRecord& record);
     [[nodiscard]] CacheRecordPointer find(std::string_view key) const;
+    bool removeClip(std::string_view key);
     void saveIndex(bool force);
 
     // With `lock` held.

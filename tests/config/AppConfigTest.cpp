@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -166,7 +167,15 @@ TEST_F(AppConfigTest, ABadFileNeverStopsTheStartAndStays) {
     }
     EXPECT_TRUE(wasLogged("config is not valid JSON; using defaults"));
 
+    // One of which the system does not even tell whether it is there is not written anew.
+    AppLog::clear();
+    std::filesystem::create_symlink("loop", dir.file("loop"));
     AppConfig config;
+    config.load(dir.file("loop"));
+    EXPECT_TRUE(wasLogged("cannot read config; using defaults"));
+    EXPECT_TRUE(std::filesystem::is_symlink(dir.file("loop")));
+
+    AppLog::clear();
     config.load(dir.path());  // a directory: there, but unreadable
     EXPECT_TRUE(wasLogged("cannot read config; using defaults"));
     config.save(path + "/below-a-file");

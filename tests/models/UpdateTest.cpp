@@ -196,6 +196,7 @@ TEST_F(CheckForUpdate, tellsWhyTheListFailedWhenBothDo) {
     const Answer noFeed{503, "no"};
     EXPECT_EQ(check({403, ""}, noFeed).error, "GitHub API rate limit reached - try again shortly");
     EXPECT_EQ(check({502, ""}, noFeed).error, "GitHub returned 502");
+    EXPECT_EQ(check({200, ""}, {200, ""}).error, "GitHub returned 200");
     EXPECT_EQ(check({200, "[]"}, noFeed).error, noneFound);
     EXPECT_EQ(check({200, "\xff["}, {200, "<feed/>"}).error, "Could not read GitHub’s response");
     const UpdateInfo large = check({200, fiftyMegabytesOf('[')}, {200, fiftyMegabytesOf('<')});

@@ -114,6 +114,9 @@ TEST_F(ClonePackTest, CarriesVoicesAndBindingsToAnotherMachine) {
     AppConfig saved;
     saved.load();
     EXPECT_EQ(saved.airlineVoice("CA", "zh", TtsGender::female), copy->id);
+    VoiceLibrary onDisk{other.config, other.dir.file("data/voices.json"), other.dir.file("clone/")};
+    onDisk.load();
+    EXPECT_EQ(onDisk.count(), 2U);
 
     // Once more: nothing new, but the bindings are as the pack says again.
     other.config.setAirlineVoice("CA", "zh", TtsGender::female, "someone else");
@@ -170,6 +173,24 @@ TEST_F(ClonePackTest, NotesWhatIsMissingOnExport) {
     EXPECT_EQ(exportVoicePack(pack, {"gone", "gone"}, library).notes,
               Notes{"音色 gone 已经不在了,没打进包里"});
     EXPECT_EQ(importPack(pack, other.library, other.config).voices, 0);
+}
+
+TEST_F(ClonePackTest, NotesStayFewAndShortWhateverThePackSays) {
+    std::string name;
+    for (int i = 0; i < 100000; ++i) name += "名";
+    std::string tower = "x";
+    for (int i = 0; i < 1000; ++i) tower += "\xCC\x81";
+    Json clips = Json::array();
+    for (int i = 0; i < 1000; ++i) clips.push_back({{"file", std::to_string(i)}});
+    const Json voices{{{"display", tower}, {"clips", {{{"file", name}}}}},
+                      {{"display", name}, {"clips", clips}}};
+    writePack(Json{{"format", packFormat}, {"voices", voices}}.dump());
+    const Notes notes = importPack(pack, other.library, other.config).notes;
+    const std::string shown = name.substr(0, 60 * 3) + "…";
+    ASSERT_EQ(notes.size(), 201U);
+    EXPECT_EQ(notes[0], "「" + tower.substr(0, 599) + "…」少了一段音频(" + shown + "),这一段跳过");
+    EXPECT_EQ(notes[2], "「" + shown + "」少了一段音频(0),这一段跳过");
+    EXPECT_EQ(notes[200], "… +803");
 }
 
 TEST_F(ClonePackTest, LeavesNoHalfPackBehind) {
@@ -248,7 +269,7 @@ TEST_F(ClonePackTest, RefusesWhatIsNoPack) {
         return writer.finish();
     };
     std::string many = R"({"format":"zepho-clone-pack","voices":[{})";
-    for (std::size_t i = 0; i < maxPackItems; ++i) many += ",{}";
+    for (std::size_t i = 0; i < maxPackVoices; ++i) many += ",{}";
     const struct {
         Bytes file;
         std::string message;
@@ -284,6 +305,36 @@ TEST_F(ClonePackTest, RefusesWhatIsNoPack) {
     refused(dir.path(), notAZip);
     EXPECT_EQ(other.library.count(), 0U);
     EXPECT_FALSE(fileExists(other.dir.file("data/voices.json")));
+}
+
+TEST_F(ClonePackTest, KeepsToItsLimitsBothWays) {
+    struct Case {
+        std::size_t voices, clips, names, bindings;
+        bool fits;
+    };
+    constexpr std::size_t most = maxPackItems - maxPackVoices;
+    for (const Case& each :
+         {Case{maxPackVoices, most, most, maxPackItems, true},
+          Case{maxPackVoices + 1, 0, 1, 0, false},
+          Case{maxPackVoices, most + 1, most + 1, 0, false}, Case{1, 3 * maxEntryUses, 3, 0, true},
+          Case{1, 3 * maxEntryUses + 1, 3, 0, false}, Case{1, 1, 1, maxPackItems + 1, false}}) {
+        PackManifest manifest;
+        manifest.voices.resize(each.voices);
+        for (std::size_t i = 0; i < each.clips; ++i)
+            manifest.voices[i % each.voices].clips.push_back(
+                {std::to_string(i % each.names), "t", 0});
+        for (std::size_t i = 0; i < each.bindings; ++i)
+            manifest.airlines[std::to_string(i) + "::"] = "a";
+        EXPECT_EQ(readPackManifest(packManifestJson(manifest, {})).has_value(), each.fits)
+            << each.voices << " " << each.clips << " " << each.bindings;
+    }
+
+    std::string clips = R"({"file":"a.wav","text":"t"})";
+    for (std::size_t i = 0; i < maxEntryUses; ++i) clips += R"(,{"file":"a.wav","text":"t"})";
+    writeVoicesFile(R"({"voices":[{"id":"v","clips":[)" + clips + "]}]}");
+    library.load();
+    EXPECT_THROW(static_cast<void>(exportVoicePack(pack, {"v"}, library)), std::system_error);
+    EXPECT_FALSE(fileExists(pack));
 }
 
 TEST_F(ClonePackTest, TakesWhatIsGoodOfADamagedPack) {

@@ -52,6 +52,12 @@ TEST(VoiceFile, WhatIsWrittenIsReadAgain) {
     EXPECT_EQ(written(voice).at("note"), "half a character: \xEF\xBF\xBD");
 }
 
+TEST(VoiceFile, HoldsAnyNumberOfValues) {
+    std::string clips = "0";
+    for (std::size_t i = 0; i < maxJsonValues; ++i) clips += ",0";
+    EXPECT_EQ(onlyVoice(R"({"id":"v","clips":[)" + clips + "]}").id, "v");
+}
+
 TEST(VoiceFile, OldAndLooseFormsAreTakenOver) {
     const VoiceInfo bare = onlyVoice(R"({"id":7,"clips":{"file":"x"},"createdAt":""})");
     EXPECT_EQ(bare.id, "7");

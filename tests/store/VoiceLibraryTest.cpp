@@ -39,7 +39,12 @@ TEST_F(VoiceLibraryTest, CloneIsNamedAndSeededByItsContent) {
     EXPECT_EQ(second.id, "v-f43de0c65d88-1");
     EXPECT_EQ(second.seed, 7450555);
     EXPECT_EQ(second.display, "Other");
-    EXPECT_EQ(library.predictId(spec), "v-f43de0c65d88-2");
+    EXPECT_EQ(library.addClone(spec).id, "v-f43de0c65d88-2");
+    EXPECT_EQ(library.predictId(spec), "v-f43de0c65d88-3");
+    // The lowest suffix that is free, however far the voices had come.
+    EXPECT_TRUE(library.remove(second.id));
+    EXPECT_EQ(library.addClone(spec).id, second.id);
+    EXPECT_EQ(library.predictId(spec), "v-f43de0c65d88-3");
     // The order of the clips counts, and blanks within a text.
     spec.clips.push_back({toBytes("two"), "c"});
     const std::string pair = VoiceLibrary::contentKey(spec);
@@ -181,6 +186,11 @@ TEST_F(VoiceLibraryTest, FirstMatchWinsWithoutRegardToCase) {
     EXPECT_EQ(library.count(), 3U);
     EXPECT_FALSE(library.findByDisplay("ångström"));
     EXPECT_EQ(library.findByDisplay("RENAMED")->id, "AB");
+    EXPECT_FALSE(library.findAlike("ångström", "zh", TtsGender::auto_));
+    EXPECT_EQ(library.findAlike("RENAMED", "zh", TtsGender::auto_)->id, "AB");
+    EXPECT_FALSE(library.findAlike("second", "ja", TtsGender::auto_));
+    EXPECT_EQ(library.findAlike("second", "", TtsGender::auto_)->id, "c");
+    EXPECT_FALSE(library.findAlike("second", "zh", TtsGender::male));
     // With the first one gone the second of the same id is the voice, and later ones are still found.
     EXPECT_TRUE(library.remove("ab"));
     EXPECT_EQ(library.find("ab")->display, "second");
@@ -239,6 +249,11 @@ TEST_F(VoiceLibraryTest, DamagedFilesLeaveAnEmptyLibrary) {
         EXPECT_EQ(reload(), 0U) << text;
         EXPECT_TRUE(AppLog::snapshot().empty());
     }
+    // Nor does one pass for missing of which the system does not even tell whether it is there.
+    std::filesystem::remove(voicesFile());
+    std::filesystem::create_symlink(voicesFile(), voicesFile());
+    EXPECT_EQ(reload(), 0U);
+    EXPECT_EQ(logged(LogLevel::error), (std::vector<std::string>{"cannot read the voice library"}));
     std::filesystem::remove(voicesFile());
     std::filesystem::create_directory(voicesFile());
     EXPECT_EQ(reload(), 0U);
