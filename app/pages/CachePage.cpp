@@ -5,8 +5,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QSignalBlocker>
-#include <QSpinBox>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <set>
@@ -16,6 +14,7 @@
 #include "app/TabOrder.h"
 #include "app/pages/CacheRows.h"
 #include "app/pages/Pages.h"
+#include "app/widgets/NumberField.h"
 #include "app/widgets/RecordModel.h"
 #include "app/widgets/RecordTable.h"
 #include "core/base/Text.h"
@@ -71,7 +70,7 @@ private:
     QPushButton* const stop;
     QPushButton* const remove;
     QPushButton* const clear;
-    QSpinBox* const cap;
+    NumberField* const cap;
     QLabel* const summary;
     QLabel* const status;
 };
@@ -87,7 +86,7 @@ CachePage::CachePage(AppState& state)
       stop(new QPushButton(this)),
       remove(new QPushButton(this)),
       clear(new QPushButton(this)),
-      cap(new QSpinBox(this)),
+      cap(new NumberField(this)),
       summary(new QLabel(this)),
       status(new QLabel(this)) {
     QVBoxLayout* const all = column();
@@ -198,7 +197,6 @@ void CachePage::addButtonLine(QVBoxLayout* to) {
     // Below 0 stands for 0, as in the configuration file.
     cap->setRange(-largestCapMB, largestCapMB);
     cap->setValue(static_cast<int>(app.config->cacheBudgetMB.get()));
-    cap->setKeyboardTracking(false);
     name(cap, "上限(MB,0=不限)");
     say(clear, "清空全部");
     for (QWidget* const control : {static_cast<QWidget*>(play), static_cast<QWidget*>(stop),
@@ -219,7 +217,7 @@ void CachePage::addButtonLine(QVBoxLayout* to) {
     connect(remove, &QPushButton::clicked, this, &CachePage::deleteChosen);
     connect(folder, &QPushButton::clicked, this,
             [this] { app.openPath(app.service->cache.directory()); });
-    connect(cap, &QSpinBox::valueChanged, this, &CachePage::storeCap);
+    connect(cap, &NumberField::editingFinished, this, &CachePage::storeCap);
     connect(clear, &QPushButton::clicked, this, &CachePage::clearAll);
 }
 
@@ -278,10 +276,7 @@ void CachePage::showSummary() {
                          model->rowCount(), double(stats.bytes) / mebibyte, limit, stats.hits,
                          stats.misses, stats.hitRate() * 100));
     // Another page may have changed it.
-    if (!cap->hasFocus() && cap->value() != capMB) {
-        const QSignalBlocker quiet(cap);
-        cap->setValue(static_cast<int>(capMB));
-    }
+    if (!cap->hasFocus() && cap->value() != capMB) cap->setValue(static_cast<int>(capMB));
 }
 
 void CachePage::showState() {
@@ -366,10 +361,9 @@ void CachePage::clearAll() {
 
 void CachePage::storeCap() {
     const int wanted = std::max(0, cap->value());
-    if (wanted != cap->value()) {
-        const QSignalBlocker quiet(cap);
-        cap->setValue(wanted);
-    }
+    cap->setValue(wanted);
+    // Leaving the field ends an edit, too.
+    if (wanted == app.config->cacheBudgetMB) return;
     app.config->cacheBudgetMB = wanted;
     showSummary();
     app.saveConfig(this, [this] {
