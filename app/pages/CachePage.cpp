@@ -131,7 +131,7 @@ std::vector<CachePage::RowColumn> CachePage::columns() {
     return {
         RowColumn("音色", [this](Row row) { return toQt(rows->voiceName(row)); })
             .by([this](Row row) { return rows->voiceRank(row); })
-            .tip([this](Row row) { return toQt(entry(row).voiceId).toHtmlEscaped(); }),
+            .tip([this](Row row) { return toQt(entry(row).voiceId); }),
         RowColumn("语言", [this](Row row) { return toQt(langDisplay(entry(row).language)); })
             .by([this](Row row) { return rows->languageRank(row); }),
         RowColumn("语速", [this](Row row) { return qTF("%.2f", double(entry(row).speed)); })
@@ -146,7 +146,7 @@ std::vector<CachePage::RowColumn> CachePage::columns() {
         RowColumn("文本",
                   [this](Row row) { return toQt(entry(row).text).replace(QChar('\n'), ' '); })
             .by([this](Row row) { return rows->textRank(row); })
-            .tip([this](Row row) { return "<p>" + toQt(entry(row).text).toHtmlEscaped(); }),
+            .tip([this](Row row) { return toQt(entry(row).text); }),
     };
 }
 

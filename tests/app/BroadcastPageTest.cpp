@@ -1,6 +1,7 @@
 // The broadcast page: bindings, copies, rows as text, clone packs.
 #include <QClipboard>
 #include <QMenu>
+#include <QTextDocumentFragment>
 
 #include "core/platform/Files.h"
 #include "tests/app/VoicePagesFixture.h"
@@ -21,6 +22,13 @@ protected:
         return all;
     }
     static RecordTable& table(QWidget& page) { return *control<RecordTable>(page, "bindings"); }
+    // As a reader sees it.
+    static std::string tip(QWidget& page, int row) {
+        const QAbstractItemModel* const model = control<QTableView>(page, "bindings")->model();
+        const QString text = model->index(row, 0).data(Qt::ToolTipRole).toString();
+        return fromQt(
+            Qt::mightBeRichText(text) ? QTextDocumentFragment::fromHtml(text).toPlainText() : text);
+    }
     [[nodiscard]] std::string bound(const std::string& airline, const std::string& language,
                                     TtsGender gender = TtsGender::auto_) const {
         return state->config->airlineVoice(airline, language, gender);
@@ -82,9 +90,7 @@ TEST_F(BroadcastPageTest, ABindingWhoseVoiceIsGone) {
     state->reloadBindings();
     Page& page = openPage(MainTab::broadcast);
     EXPECT_EQ(shown(page), "CA Auto Default Aki\nCA 中文 Male this voice no longer exists\n");
-    const QAbstractItemModel* const model = control<QTableView>(page, "bindings")->model();
-    EXPECT_EQ(model->index(1, 0).data(Qt::ToolTipRole).toString(),
-              "Without this row: Aki (CA · Auto · Default)");
+    EXPECT_EQ(tip(page, 1), "Without this row: Aki (CA · Auto · Default)");
     table(page).select("CA:zh:male");
     click(page, "Copy");
     EXPECT_EQ(answerMessage(),
@@ -94,6 +100,15 @@ TEST_F(BroadcastPageTest, ABindingWhoseVoiceIsGone) {
     table(page).select("CA::default");
     click(page, "Preview");
     EXPECT_TRUE(eventually([&] { return state->playing; }));
+}
+
+TEST_F(BroadcastPageTest, AToolTipShowsMarkupInANameAsItStands) {
+    const std::string name = R"(<b>Aki</b> &amp; <img src="x">)";
+    state->config->setAirlineVoice("CA", "zh", TtsGender::male, addVoice("Bea"));
+    state->config->setAirlineVoice("CA", "", TtsGender::auto_, addVoice(name));
+    state->reloadBindings();
+    EXPECT_EQ(tip(openPage(MainTab::broadcast), 1),
+              "Without this row: " + name + " (CA · Auto · Default)");
 }
 
 TEST_F(BroadcastPageTest, RowsGoThroughTheClipboardAsText) {
