@@ -45,6 +45,8 @@ TEST_F(ServicePageTest, UsageOpensWithTheAddressesItListensAt) {
                        "these:\n#   http://a:1\n#   http://b:1\n"),
               0U);
     EXPECT_NE(all.find("curl -X POST http://a:1/v1/tts \\\n"), std::string::npos);
+    EXPECT_NE(all.find("\nA ready-made C++ client lives in Zephon/interface/zephon_client.h\n"),
+              std::string::npos);
     EXPECT_EQ(usageText({}, "", "http://c:1").find("# Listening on all"), 0U);
     const std::string one = usageText({}, "127.0.0.1", "http://c:1");
     EXPECT_EQ(one.find("# 只听 127.0.0.1\n"), 0U);
