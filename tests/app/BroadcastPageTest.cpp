@@ -153,6 +153,12 @@ TEST_F(BroadcastPageTest, APackGoesToAnotherDataRoot) {
     state->reloadBindings();
     const std::string before = shown(*page);
 
+    // One at a time.
+    const auto canPack = [&] {
+        const bool exports = button(*page, "Export .cln…")->isEnabled();
+        EXPECT_EQ(button(*page, "Import .cln…")->isEnabled(), exports);
+        return exports;
+    };
     // With a row selected the button asks which.
     const auto exportTo = [&](const std::string& path, const QString& which) {
         click(*page, "Export .cln…");
@@ -164,6 +170,7 @@ TEST_F(BroadcastPageTest, APackGoesToAnotherDataRoot) {
             menu->close();
         }
         chooseInDialog({toQt(path)});
+        EXPECT_FALSE(canPack());
     };
     exportTo(files.file("all"), "");
     EXPECT_EQ(answerMessage().find("Export finished: 2 voice(s)"), 0U);
@@ -179,6 +186,7 @@ TEST_F(BroadcastPageTest, APackGoesToAnotherDataRoot) {
     const auto import = [&](const std::string& path) {
         click(*page, "Import .cln…");
         chooseInDialog({toQt(path)});
+        EXPECT_FALSE(canPack());
     };
     import(files.file("all.cln"));
     EXPECT_EQ(answerMessage().find("Import finished: 2 voice(s) (2 new"), 0U);
@@ -187,6 +195,7 @@ TEST_F(BroadcastPageTest, APackGoesToAnotherDataRoot) {
     saveFileBytes(files.file("broken.cln"), toBytes("no zip"));
     import(files.file("broken.cln"));
     EXPECT_EQ(answerMessage().find("cannot open this file ("), 0U);
+    EXPECT_TRUE(canPack());
     EXPECT_EQ(shown(*page), before);
 }
 
