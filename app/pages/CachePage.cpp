@@ -55,6 +55,8 @@ private:
     // Runs `work` while the buttons rest, and then takes a new snapshot.
     template <class Work, class Done>
     void change(Work work, Done done);
+    void beginChange();
+    void endChange(const QString& told);
 
     [[nodiscard]] const CacheEntry& entry(Row row) const { return rows->entry(row); }
 
@@ -291,18 +293,25 @@ void CachePage::showState() {
 
 template <class Work, class Done>
 void CachePage::change(Work work, Done done) {
+    beginChange();
+    app.inBackground(this, std::move(work), [this, done = std::move(done)](auto outcome) {
+        endChange(outcome.ok() ? done(*outcome.value) : toQt(outcome.error));
+    });
+}
+
+void CachePage::beginChange() {
     working = true;
     status->hide();
     showState();
-    app.inBackground(this, std::move(work), [this, done = std::move(done)](auto outcome) {
-        working = false;
-        const QString told = outcome.ok() ? done(*outcome.value) : toQt(outcome.error);
-        status->setText(told);
-        status->setVisible(!told.isEmpty());
-        showState();
-        app.reloadCache();
-        app.tick();
-    });
+}
+
+void CachePage::endChange(const QString& told) {
+    working = false;
+    status->setText(told);
+    status->setVisible(!told.isEmpty());
+    showState();
+    app.reloadCache();
+    app.tick();
 }
 
 void CachePage::playChosen() {
@@ -367,12 +376,13 @@ void CachePage::storeCap() {
     app.config->cacheBudgetMB = wanted;
     showSummary();
     app.saveConfig(this, [this] {
-        change(
-            [service = app.service] {
-                service->applyConfig();
-                return true;
-            },
-            [](bool) { return QString(); });
+        beginChange();
+        // It starts the engine where that is not running.
+        app.inTurn(
+            this, [service = app.service] { service->applyConfig(); },
+            [this](const Outcome<Nothing>& applied) {
+                endChange(applied.ok() ? QString() : toQt(applied.error));
+            });
     });
 }
 

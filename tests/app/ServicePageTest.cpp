@@ -2,6 +2,7 @@
 #include <QClipboard>
 #include <QLabel>
 #include <QPlainTextEdit>
+#include <future>
 
 #include "app/pages/UsageText.h"
 #include "app/widgets/StatusDot.h"
@@ -86,6 +87,22 @@ TEST_F(ServicePageTest, AsksBeforeWhatCannotBeTakenBack) {
     click(page(), "Quit");
     answerMessage("OK");
     EXPECT_FALSE(state->http->isRunning());
+}
+
+TEST_F(ServicePageTest, TheModelMovesInTurnWithWhatElseRestartsTheEngine) {
+    std::promise<void> end;
+    state->inTurn(
+        window.get(), [end = end.get_future().share()] { end.wait(); },
+        [](const Outcome<Nothing>&) {});
+    click(page(), "Unload model");
+    answerMessage();
+    // Long enough for one that does not wait.
+    QTest::qWait(100);
+    EXPECT_FALSE(state->service->modelUnloaded());
+    EXPECT_FALSE(named("toggleModel")->isEnabled());
+    end.set_value();
+    EXPECT_TRUE(eventually([&] { return named("toggleModel")->isEnabled(); }));
+    EXPECT_TRUE(state->service->modelUnloaded());
 }
 
 class NowhereToLoadFrom : public ServicePageTest {
