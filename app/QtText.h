@@ -25,4 +25,11 @@ QString qTF(std::string_view key, const Args&... arguments) {
     return toQt(TF(key, arguments...));
 }
 
+// As a tool tip that shows the text as it stands. Qt takes a text that looks like markup for markup, and
+// names and notes come from other people's packs.
+inline QString asTip(const QString& text) {
+    if (text.isEmpty()) return {};
+    return "<p style=\"white-space:pre-wrap\">" + text.toHtmlEscaped();
+}
+
 }  // namespace zepho

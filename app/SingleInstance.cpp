@@ -1,7 +1,9 @@
 #include "app/SingleInstance.h"
 
 #include <QCryptographicHash>
+#include <QDeadlineTimer>
 #include <QLocalSocket>
+#include <thread>
 #include <utility>
 
 #include "app/QtText.h"
@@ -11,7 +13,9 @@
 namespace zepho {
 namespace {
 
-constexpr int patienceMs = 2000;
+// The first may still be reading a large cache; one that hangs must not hold the second for ever.
+constexpr int answerPatienceMs = 20000;
+constexpr std::chrono::milliseconds betweenTries(50);
 constexpr char wish[] = "show\n";
 constexpr char consent[] = "shown\n";
 
@@ -24,39 +28,58 @@ QString socketName() {
 
 }  // namespace
 
-SingleInstance::SingleInstance() {
-    ZEPHOPaths::ensureDirectories();
-    lock = std::make_unique<InstanceLock>(ZEPHOPaths::dataRoot() + "zephon.lock");
-}
+SingleInstance::SingleInstance()
+    : lock([] {
+          ZEPHOPaths::ensureDirectories();
+          return std::make_unique<InstanceLock>(ZEPHOPaths::dataRoot() + "zephon.lock");
+      }()) {}
 
-bool SingleInstance::askToShow() const {
+bool SingleInstance::askToShow(std::chrono::milliseconds patience) const {
+    const QDeadlineTimer end(patience);
     QLocalSocket socket;
-    socket.connectToServer(socketName());
-    if (!socket.waitForConnected(patienceMs)) return false;
+    // Between its lock and its socket the first has a moment in which it has only one of them.
+    while (true) {
+        socket.connectToServer(socketName());
+        if (socket.waitForConnected(static_cast<int>(end.remainingTime()))) break;
+        if (end.hasExpired()) return false;
+        std::this_thread::sleep_for(betweenTries);
+    }
     socket.write(wish);
-    return socket.waitForReadyRead(patienceMs) && socket.readAll() == consent;
+    return socket.waitForReadyRead(answerPatienceMs) && socket.readAll() == consent;
 }
 
-void SingleInstance::listen(std::function<void()> show) {
+void SingleInstance::listen() {
     // The socket of a program that was killed is still there; the lock says that it is nobody's.
     QLocalServer::removeServer(socketName());
     server.setSocketOptions(QLocalServer::UserAccessOption);
-    QObject::connect(
-        &server, &QLocalServer::newConnection, &server, [this, show = std::move(show)] {
-            while (QLocalSocket* const caller = server.nextPendingConnection()) {
-                QObject::connect(caller, &QLocalSocket::disconnected, caller,
-                                 &QObject::deleteLater);
-                QObject::connect(caller, &QLocalSocket::readyRead, caller, [caller, show] {
-                    if (!caller->canReadLine() || caller->readLine() != wish) return;
-                    caller->write(consent);
-                    caller->flush();
-                    show();
-                });
-            }
-        });
+    QObject::connect(&server, &QLocalServer::newConnection, &server, [this] {
+        while (QLocalSocket* const caller = server.nextPendingConnection()) greet(caller);
+    });
     if (!server.listen(socketName()))
         AppLog::warn("ui",
                      "a second start cannot reach this window: " + fromQt(server.errorString()));
+}
+
+void SingleInstance::greet(QLocalSocket* caller) {
+    QObject::connect(caller, &QLocalSocket::disconnected, caller, &QObject::deleteLater);
+    QObject::connect(caller, &QLocalSocket::readyRead, caller, [this, caller] {
+        if (!caller->canReadLine() || caller->readLine() != wish) return;
+        caller->write(consent);
+        caller->flush();
+        grant();
+    });
+}
+
+void SingleInstance::grant() {
+    if (bringUp)
+        bringUp();
+    else
+        wished = true;
+}
+
+void SingleInstance::showBy(std::function<void()> show) {
+    bringUp = std::move(show);
+    if (std::exchange(wished, false)) bringUp();
 }
 
 }  // namespace zepho

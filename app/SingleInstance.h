@@ -2,10 +2,12 @@
 // that holds it.
 //
 // The lock is the system's and dies with its holder, however that ends; the local socket only carries
-// the wish to be shown. Main thread only.
+// the wish to be shown. The holder listens before its window is built, which may take seconds: a wish
+// of that time waits. Main thread only, but for askToShow().
 #pragma once
 
 #include <QLocalServer>
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -19,14 +21,23 @@ public:
 
     // Another program holds the data root.
     [[nodiscard]] bool isTaken() const { return lock->isTaken(); }
-    // Asks it to show its window. False when it has none, as the headless service.
-    [[nodiscard]] bool askToShow() const;
-    // Hears the others' wishes from now on.
-    void listen(std::function<void()> show);
+    // Asks it to show its window. False when nobody listens for so long, as the headless service, or
+    // when it does not answer.
+    [[nodiscard]] bool askToShow(
+        std::chrono::milliseconds patience = std::chrono::seconds(3)) const;
+    // Hears the others' wishes from now on, and keeps them for showBy().
+    void listen();
+    // Wishes are granted by this, at once if there has been one.
+    void showBy(std::function<void()> show);
 
 private:
-    std::unique_ptr<InstanceLock> lock;
+    void greet(QLocalSocket* caller);
+    void grant();
+
+    const std::unique_ptr<InstanceLock> lock;
     QLocalServer server;
+    std::function<void()> bringUp;
+    bool wished = false;  // before there was a window
 };
 
 }  // namespace zepho

@@ -42,7 +42,7 @@ std::string StatusLine::textOf(const ServiceStats& stats) {
 void StatusLine::refresh() {
     const QString text = toQt(textOf(app.stats));
     left->setText(text);
-    left->setToolTip(text);
+    left->setToolTip(asTip(text));
     warning->setVisible(app.stats.placeholder);
     warning->setText(qT("⚠ 占位波形(还没放模型)"));
     const QColor colour = Theme::tones().warning;

@@ -3,8 +3,8 @@
 //   --hidden               start in the tray, for the start at login
 //   --theme light|dark     instead of the desktop's own
 //
-// A second start shows the window of the first and ends with 0. Where the headless service holds the
-// data, it says so and ends with 1.
+// A second start shows the window of the first and ends with 0. Where a program without a window holds
+// the data, it says that they are in use and ends with 1.
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QLoggingCategory>
@@ -70,11 +70,12 @@ int run(QApplication& program) {
         AppConfig config;
         config.load();
         setUiLang(config.uiLanguage);
-        std::fprintf(stderr, "%s\n", T("另一个程序(zephond)正在用这个数据目录。").c_str());
+        std::fprintf(stderr, "%s\n", T("另一个程序正在用这个数据目录。").c_str());
         return 1;
     }
 
     AppLog::setEchoToStderr(true);
+    instance.listen();
     takeQtMessages();
     setMainThreadDispatcher([](std::function<void()> task) {
         QMetaObject::invokeMethod(qApp, std::move(task), Qt::QueuedConnection);
@@ -84,7 +85,7 @@ int run(QApplication& program) {
                                               : Theme::Scheme::system);
     AppState state;
     MainWindow window(state, theme);
-    instance.listen([&window] { window.bringUp(); });
+    instance.showBy([&window] { window.bringUp(); });
     startThread("zephon signals", [&state] {
         waitForStopSignal();
         onMainThread([&state] { state.quit(); });

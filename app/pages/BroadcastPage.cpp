@@ -62,6 +62,7 @@ private:
     void exportPack();
     void exportRows(const std::vector<std::string>& keys);
     void importPack();
+    void setPacking(bool now);
 
     RecordModel<BindingRow>* const model;
     RecordTable* const table;
@@ -71,6 +72,7 @@ private:
     QComboBox* const voice;  // the data is the id
     QLabel* const status;
     QPushButton* exportButton = nullptr;
+    QPushButton* importButton = nullptr;
     std::vector<BindingRow> rows;
     bool synthesizing = false;
     bool packing = false;
@@ -175,7 +177,7 @@ void BroadcastPage::addButtons(QVBoxLayout* to) {
     add("试听选中", &BroadcastPage::preview);
     add("复制", &BroadcastPage::duplicate);
     exportButton = add("导出 .cln…", &BroadcastPage::exportPack);
-    add("导入 .cln…", &BroadcastPage::importPack);
+    importButton = add("导入 .cln…", &BroadcastPage::importPack);
     line->addStretch();
     to->addLayout(line);
 }
@@ -371,7 +373,7 @@ void BroadcastPage::exportPack() {
 void BroadcastPage::exportRows(const std::vector<std::string>& keys) {
     const auto write = [this, keys](const QString& to) {
         if (packing) return;
-        packing = true;
+        setPacking(true);
         status->setText(qT("正在导出…"));
         app.inBackground(
             this,
@@ -379,7 +381,7 @@ void BroadcastPage::exportRows(const std::vector<std::string>& keys) {
                 return zepho::exportPack(path, keys, service->voices, *config);
             },
             [this](const Outcome<PackSummary>& summary) {
-                packing = false;
+                setPacking(false);
                 status->clear();
                 if (!summary.ok()) return app.alert(toQt(summary.error));
                 app.alert(qT("导出完成:") + toQt(summary.value->describe()));
@@ -391,10 +393,15 @@ void BroadcastPage::exportRows(const std::vector<std::string>& keys) {
                    });
 }
 
+void BroadcastPage::setPacking(bool now) {
+    packing = now;
+    for (QPushButton* button : {exportButton, importButton}) button->setEnabled(!now);
+}
+
 void BroadcastPage::importPack() {
     const auto read = [this](const QString& from) {
         if (packing) return;
-        packing = true;
+        setPacking(true);
         status->setText(qT("正在导入…"));
         app.inBackground(
             this,
@@ -402,7 +409,7 @@ void BroadcastPage::importPack() {
                 return zepho::importPack(path, service->voices, *config);
             },
             [this](const Outcome<PackSummary>& summary) {
-                packing = false;
+                setPacking(false);
                 status->clear();
                 if (!summary.ok()) return app.alert(toQt(summary.error));
                 app.reloadVoices();

@@ -5,8 +5,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QSignalBlocker>
-#include <QSpinBox>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <set>
@@ -16,6 +14,7 @@
 #include "app/TabOrder.h"
 #include "app/pages/CacheRows.h"
 #include "app/pages/Pages.h"
+#include "app/widgets/NumberField.h"
 #include "app/widgets/RecordModel.h"
 #include "app/widgets/RecordTable.h"
 #include "core/base/Text.h"
@@ -56,6 +55,8 @@ private:
     // Runs `work` while the buttons rest, and then takes a new snapshot.
     template <class Work, class Done>
     void change(Work work, Done done);
+    void beginChange();
+    void endChange(const QString& told);
 
     [[nodiscard]] const CacheEntry& entry(Row row) const { return rows->entry(row); }
 
@@ -71,7 +72,7 @@ private:
     QPushButton* const stop;
     QPushButton* const remove;
     QPushButton* const clear;
-    QSpinBox* const cap;
+    NumberField* const cap;
     QLabel* const summary;
     QLabel* const status;
 };
@@ -87,7 +88,7 @@ CachePage::CachePage(AppState& state)
       stop(new QPushButton(this)),
       remove(new QPushButton(this)),
       clear(new QPushButton(this)),
-      cap(new QSpinBox(this)),
+      cap(new NumberField(this)),
       summary(new QLabel(this)),
       status(new QLabel(this)) {
     QVBoxLayout* const all = column();
@@ -132,7 +133,7 @@ std::vector<CachePage::RowColumn> CachePage::columns() {
     return {
         RowColumn("音色", [this](Row row) { return toQt(rows->voiceName(row)); })
             .by([this](Row row) { return rows->voiceRank(row); })
-            .tip([this](Row row) { return toQt(entry(row).voiceId).toHtmlEscaped(); }),
+            .tip([this](Row row) { return toQt(entry(row).voiceId); }),
         RowColumn("语言", [this](Row row) { return toQt(langDisplay(entry(row).language)); })
             .by([this](Row row) { return rows->languageRank(row); }),
         RowColumn("语速", [this](Row row) { return qTF("%.2f", double(entry(row).speed)); })
@@ -147,7 +148,7 @@ std::vector<CachePage::RowColumn> CachePage::columns() {
         RowColumn("文本",
                   [this](Row row) { return toQt(entry(row).text).replace(QChar('\n'), ' '); })
             .by([this](Row row) { return rows->textRank(row); })
-            .tip([this](Row row) { return "<p>" + toQt(entry(row).text).toHtmlEscaped(); }),
+            .tip([this](Row row) { return toQt(entry(row).text); }),
     };
 }
 
@@ -198,7 +199,6 @@ void CachePage::addButtonLine(QVBoxLayout* to) {
     // Below 0 stands for 0, as in the configuration file.
     cap->setRange(-largestCapMB, largestCapMB);
     cap->setValue(static_cast<int>(app.config->cacheBudgetMB.get()));
-    cap->setKeyboardTracking(false);
     name(cap, "上限(MB,0=不限)");
     say(clear, "清空全部");
     for (QWidget* const control : {static_cast<QWidget*>(play), static_cast<QWidget*>(stop),
@@ -219,7 +219,7 @@ void CachePage::addButtonLine(QVBoxLayout* to) {
     connect(remove, &QPushButton::clicked, this, &CachePage::deleteChosen);
     connect(folder, &QPushButton::clicked, this,
             [this] { app.openPath(app.service->cache.directory()); });
-    connect(cap, &QSpinBox::valueChanged, this, &CachePage::storeCap);
+    connect(cap, &NumberField::editingFinished, this, &CachePage::storeCap);
     connect(clear, &QPushButton::clicked, this, &CachePage::clearAll);
 }
 
@@ -278,10 +278,7 @@ void CachePage::showSummary() {
                          model->rowCount(), double(stats.bytes) / mebibyte, limit, stats.hits,
                          stats.misses, stats.hitRate() * 100));
     // Another page may have changed it.
-    if (!cap->hasFocus() && cap->value() != capMB) {
-        const QSignalBlocker quiet(cap);
-        cap->setValue(static_cast<int>(capMB));
-    }
+    if (!cap->hasFocus() && cap->value() != capMB) cap->setValue(static_cast<int>(capMB));
 }
 
 void CachePage::showState() {
@@ -296,18 +293,25 @@ void CachePage::showState() {
 
 template <class Work, class Done>
 void CachePage::change(Work work, Done done) {
+    beginChange();
+    app.inBackground(this, std::move(work), [this, done = std::move(done)](auto outcome) {
+        endChange(outcome.ok() ? done(*outcome.value) : toQt(outcome.error));
+    });
+}
+
+void CachePage::beginChange() {
     working = true;
     status->hide();
     showState();
-    app.inBackground(this, std::move(work), [this, done = std::move(done)](auto outcome) {
-        working = false;
-        const QString told = outcome.ok() ? done(*outcome.value) : toQt(outcome.error);
-        status->setText(told);
-        status->setVisible(!told.isEmpty());
-        showState();
-        app.reloadCache();
-        app.tick();
-    });
+}
+
+void CachePage::endChange(const QString& told) {
+    working = false;
+    status->setText(told);
+    status->setVisible(!told.isEmpty());
+    showState();
+    app.reloadCache();
+    app.tick();
 }
 
 void CachePage::playChosen() {
@@ -366,19 +370,19 @@ void CachePage::clearAll() {
 
 void CachePage::storeCap() {
     const int wanted = std::max(0, cap->value());
-    if (wanted != cap->value()) {
-        const QSignalBlocker quiet(cap);
-        cap->setValue(wanted);
-    }
+    cap->setValue(wanted);
+    // Leaving the field ends an edit, too.
+    if (wanted == app.config->cacheBudgetMB) return;
     app.config->cacheBudgetMB = wanted;
     showSummary();
     app.saveConfig(this, [this] {
-        change(
-            [service = app.service] {
-                service->applyConfig();
-                return true;
-            },
-            [](bool) { return QString(); });
+        beginChange();
+        // It starts the engine where that is not running.
+        app.inTurn(
+            this, [service = app.service] { service->applyConfig(); },
+            [this](const Outcome<Nothing>& applied) {
+                endChange(applied.ok() ? QString() : toQt(applied.error));
+            });
     });
 }
 

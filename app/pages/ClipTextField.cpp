@@ -37,7 +37,7 @@ ClipTextField::ClipTextField(AppState& app, const QString& file, const std::stri
     title->setTextFormat(Qt::PlainText);
     title->setText(title->fontMetrics().elidedText(fileName, Qt::ElideMiddle,
                                                    title->fontMetrics().averageCharWidth() * 48));
-    title->setToolTip(path);
+    title->setToolTip(asTip(path));
     length->setObjectName("length");
     warning->setObjectName("warning");
     warning->setTextFormat(Qt::PlainText);

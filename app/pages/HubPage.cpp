@@ -141,7 +141,7 @@ std::vector<HubPage::HubColumn> HubPage::columns() {
     const auto number = [](std::int64_t value) { return QString::number(value); };
     return {
         HubColumn("标题", [](Item item) { return toQt(item.title); }).tip([](Item item) {
-            return "<p>" + toQt(item.title).toHtmlEscaped();
+            return toQt(item.title);
         }),
         HubColumn("上传者", [](Item item) { return toQt(item.userId); }),
         HubColumn("语言", [](Item item) { return toQt(langDisplay(item.language)); }),
@@ -162,7 +162,7 @@ std::vector<HubPage::HubColumn> HubPage::columns() {
                 return item.createdAt ? double(item.createdAt->time_since_epoch().count()) : -1e300;
             }),
         HubColumn("说明", [](Item item) { return toQt(item.note); }).tip([](Item item) {
-            return item.note.empty() ? QString() : "<p>" + toQt(item.note).toHtmlEscaped();
+            return toQt(item.note);
         }),
     };
 }

@@ -139,7 +139,7 @@ std::vector<LogPage::RequestColumn> LogPage::columns() {
             .by([](Record record) { return double(record.time.time_since_epoch().count()); })
             .tip([](Record record) { return toQt(formatTimeOfDay(record.time)); }),
         RequestColumn("来源", [](Record record) { return toQt(record.route); })
-            .tip([](Record record) { return toQt(record.peer).toHtmlEscaped(); }),
+            .tip([](Record record) { return toQt(record.peer); }),
         RequestColumn("音色", [this](Record record) { return voiceName(record); }),
         RequestColumn("状态", [](Record record) { return QString::number(record.status); })
             .by([](Record record) { return record.status; })
@@ -159,9 +159,7 @@ std::vector<LogPage::RequestColumn> LogPage::columns() {
             [](Record record) { return record.cacheHit ? qT("命中") : QStringLiteral("—"); }),
         RequestColumn("备注",
                       [](Record record) { return toQt(record.note).replace(QChar('\n'), ' '); })
-            .tip([](Record record) {
-                return record.note.empty() ? QString() : "<p>" + toQt(record.note).toHtmlEscaped();
-            }),
+            .tip([](Record record) { return toQt(record.note); }),
     };
 }
 

@@ -58,7 +58,7 @@ void ModelsStatus::show(const Line& line, bool good, const std::string& text) {
     const QString shown = toQt(text);
     if (line.value->text() == shown) return;
     line.value->setText(shown);
-    line.value->setToolTip(shown);
+    line.value->setToolTip(asTip(shown));
 }
 
 void ModelsStatus::refresh() {

@@ -329,7 +329,7 @@ void ServicePage::toggleModel() {
     const auto move = [this](auto work, const QString& after) {
         modelMoves = true;
         showModel();
-        app.inBackground(this, work, [this, after](const Outcome<Nothing>& outcome) {
+        app.inTurn(this, work, [this, after](const Outcome<Nothing>& outcome) {
             modelMoves = false;
             if (!outcome.ok())
                 app.setMessage(toQt(outcome.error));

@@ -6,9 +6,9 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QVBoxLayout>
-#include <algorithm>
 
 #include "app/QtText.h"
+#include "app/pages/BindingRows.h"
 #include "app/widgets/SheetButtons.h"
 #include "core/base/Text.h"
 
@@ -124,17 +124,14 @@ std::vector<ShareSheet::Entry> ShareSheet::voiceEntries() const {
 
 std::vector<ShareSheet::Entry> ShareSheet::bindingEntries() const {
     std::vector<Entry> made;
-    for (const auto& [key, voiceId] : app.bindings) {
-        const std::optional<BindingParts> parts = bindingParts(key);
-        if (!parts) continue;
-        const auto voice = std::find_if(
-            app.voices.begin(), app.voices.end(),
-            [&id = voiceId](const VoiceInfo& each) { return equalsIgnoringCase(each.id, id); });
-        made.push_back({key,
-                        toQt(parts->airline) + " [" +
-                            languageAndGender(parts->language, parts->gender) + "]" + gap +
-                            (voice == app.voices.end() ? qT("(音色已不在)") : toQt(voice->display)),
-                        suggestionFrom(parts->airline, parts->language, parts->gender)});
+    for (const BindingRow& row : bindingRows(app.bindings, app.voices)) {
+        // A key of another shape cannot be packed.
+        if (!bindingParts(row.id)) continue;
+        made.push_back({row.id,
+                        toQt(row.airline) + " [" + languageAndGender(row.language, row.gender) +
+                            "]" + gap +
+                            (row.voiceName.empty() ? qT("(音色已不在)") : toQt(row.voiceName)),
+                        suggestionFrom(row.airline, row.language, row.gender)});
     }
     return made;
 }

@@ -46,7 +46,7 @@ std::string usageText(const std::vector<std::string>& endpoints, const std::stri
     text +=
         "curl \"" + base + "/v1/tts?text=hello&language=en&gender=female&speed=1.1\" -o out.wav\n";
     text += "\n" + T("# 给 Corvanteer-Server 的 BASS:响应体就是完整 WAV,不用落盘") + "\n";
-    text += "# " + T("现成的 WinHTTP 客户端在 Zephon\\interface\\zephon_client.h") + "\n";
+    text += T("现成的 WinHTTP 客户端在 Zephon\\interface\\zephon_client.h") + "\n";
     text += T("# 不校验任何身份:请求到了就有服务") + "\n";
     text += "\n" + T("# 其它路径") + "\n";
     for (const char* key : routeKeys) text += T(key) + "\n";

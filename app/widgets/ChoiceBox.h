@@ -1,16 +1,16 @@
-// A picker for long pages: turning the wheel over it moves the page, unless it has the focus.
+// A picker for long pages.
 #pragma once
 
 #include <QComboBox>
 #include <QStringList>
-#include <QWheelEvent>
+
+#include "app/widgets/WheelShy.h"
 
 namespace zepho {
 
-class ChoiceBox : public QComboBox {
+class ChoiceBox : public WheelShy<QComboBox> {
 public:
-    explicit ChoiceBox(QWidget* parent = nullptr) : QComboBox(parent) {
-        setFocusPolicy(Qt::StrongFocus);
+    explicit ChoiceBox(QWidget* parent = nullptr) : WheelShy(parent) {
         // A long line is cut in the picker and whole in its list; it never widens the page.
         setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
         setMinimumContentsLength(24);
@@ -20,14 +20,6 @@ public:
     void setTexts(const QStringList& texts) {
         while (count() < texts.size()) addItem(QString());
         for (int i = 0; i < count(); ++i) setItemText(i, texts.value(i));
-    }
-
-protected:
-    void wheelEvent(QWheelEvent* event) override {
-        if (hasFocus())
-            QComboBox::wheelEvent(event);
-        else
-            event->ignore();
     }
 };
 

@@ -43,6 +43,7 @@ struct Column {
         alignment = Qt::AlignRight;
         return *this;
     }
+    // Plain text, too.
     Column& tip(Text shown) {
         toolTip = std::move(shown);
         return *this;
@@ -107,7 +108,8 @@ public:
         const Column<Record>& column = columns[static_cast<std::size_t>(where.column())];
         if (role == Qt::DisplayRole) return column.text(at(where.row()));
         if (role == Qt::TextAlignmentRole) return int(column.alignment | Qt::AlignVCenter);
-        if (role == Qt::ToolTipRole && column.toolTip) return column.toolTip(at(where.row()));
+        if (role == Qt::ToolTipRole && column.toolTip)
+            return asTip(column.toolTip(at(where.row())));
         return {};
     }
     // A column below 0 restores the records' own order.

@@ -9,8 +9,8 @@ namespace {
 constexpr MessageRow rows[] = {
     {"打不开:%@", "開けません:%@", "Cannot open %@"},
     {"Zephon 收进了托盘", "Zephon はトレイにあります", "Zephon is in the tray"},
-    {"另一个程序(zephond)正在用这个数据目录。", "別のプログラム(zephond)がこのデータフォルダを使っています。",
-     "Another program (zephond) is using this data folder."},
+    {"另一个程序正在用这个数据目录。", "別のプログラムがこのデータフォルダを使っています。",
+     "Another program is using this data folder."},
     {"页面", "ページ", "Pages"},
 };
 // clang-format on

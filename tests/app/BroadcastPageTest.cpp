@@ -1,6 +1,7 @@
 // The broadcast page: bindings, copies, rows as text, clone packs.
 #include <QClipboard>
 #include <QMenu>
+#include <QTextDocumentFragment>
 
 #include "core/platform/Files.h"
 #include "tests/app/VoicePagesFixture.h"
@@ -21,6 +22,13 @@ protected:
         return all;
     }
     static RecordTable& table(QWidget& page) { return *control<RecordTable>(page, "bindings"); }
+    // As a reader sees it.
+    static std::string tip(QWidget& page, int row) {
+        const QAbstractItemModel* const model = control<QTableView>(page, "bindings")->model();
+        const QString text = model->index(row, 0).data(Qt::ToolTipRole).toString();
+        return fromQt(
+            Qt::mightBeRichText(text) ? QTextDocumentFragment::fromHtml(text).toPlainText() : text);
+    }
     [[nodiscard]] std::string bound(const std::string& airline, const std::string& language,
                                     TtsGender gender = TtsGender::auto_) const {
         return state->config->airlineVoice(airline, language, gender);
@@ -82,9 +90,7 @@ TEST_F(BroadcastPageTest, ABindingWhoseVoiceIsGone) {
     state->reloadBindings();
     Page& page = openPage(MainTab::broadcast);
     EXPECT_EQ(shown(page), "CA Auto Default Aki\nCA 中文 Male this voice no longer exists\n");
-    const QAbstractItemModel* const model = control<QTableView>(page, "bindings")->model();
-    EXPECT_EQ(model->index(1, 0).data(Qt::ToolTipRole).toString(),
-              "Without this row: Aki (CA · Auto · Default)");
+    EXPECT_EQ(tip(page, 1), "Without this row: Aki (CA · Auto · Default)");
     table(page).select("CA:zh:male");
     click(page, "Copy");
     EXPECT_EQ(answerMessage(),
@@ -94,6 +100,15 @@ TEST_F(BroadcastPageTest, ABindingWhoseVoiceIsGone) {
     table(page).select("CA::default");
     click(page, "Preview");
     EXPECT_TRUE(eventually([&] { return state->playing; }));
+}
+
+TEST_F(BroadcastPageTest, AToolTipShowsMarkupInANameAsItStands) {
+    const std::string name = R"(<b>Aki</b> &amp; <img src="x">)";
+    state->config->setAirlineVoice("CA", "zh", TtsGender::male, addVoice("Bea"));
+    state->config->setAirlineVoice("CA", "", TtsGender::auto_, addVoice(name));
+    state->reloadBindings();
+    EXPECT_EQ(tip(openPage(MainTab::broadcast), 1),
+              "Without this row: " + name + " (CA · Auto · Default)");
 }
 
 TEST_F(BroadcastPageTest, RowsGoThroughTheClipboardAsText) {
@@ -138,6 +153,12 @@ TEST_F(BroadcastPageTest, APackGoesToAnotherDataRoot) {
     state->reloadBindings();
     const std::string before = shown(*page);
 
+    // One at a time.
+    const auto canPack = [&] {
+        const bool exports = button(*page, "Export .cln…")->isEnabled();
+        EXPECT_EQ(button(*page, "Import .cln…")->isEnabled(), exports);
+        return exports;
+    };
     // With a row selected the button asks which.
     const auto exportTo = [&](const std::string& path, const QString& which) {
         click(*page, "Export .cln…");
@@ -149,6 +170,7 @@ TEST_F(BroadcastPageTest, APackGoesToAnotherDataRoot) {
             menu->close();
         }
         chooseInDialog({toQt(path)});
+        EXPECT_FALSE(canPack());
     };
     exportTo(files.file("all"), "");
     EXPECT_EQ(answerMessage().find("Export finished: 2 voice(s)"), 0U);
@@ -164,6 +186,7 @@ TEST_F(BroadcastPageTest, APackGoesToAnotherDataRoot) {
     const auto import = [&](const std::string& path) {
         click(*page, "Import .cln…");
         chooseInDialog({toQt(path)});
+        EXPECT_FALSE(canPack());
     };
     import(files.file("all.cln"));
     EXPECT_EQ(answerMessage().find("Import finished: 2 voice(s) (2 new"), 0U);
@@ -172,6 +195,7 @@ TEST_F(BroadcastPageTest, APackGoesToAnotherDataRoot) {
     saveFileBytes(files.file("broken.cln"), toBytes("no zip"));
     import(files.file("broken.cln"));
     EXPECT_EQ(answerMessage().find("cannot open this file ("), 0U);
+    EXPECT_TRUE(canPack());
     EXPECT_EQ(shown(*page), before);
 }
 

@@ -4,6 +4,7 @@
 #include <QLabel>
 #include <QSpinBox>
 #include <QTableView>
+#include <QWheelEvent>
 
 #include "app/pages/CacheRows.h"
 #include "app/widgets/RecordTable.h"
@@ -142,6 +143,43 @@ TEST_F(CachePageTest, ALimitHoldsAtOnceAndNegativeIsNone) {
     EXPECT_EQ(state->config->cacheBudgetMB, 0);
     EXPECT_EQ(cap->value(), 0);
     EXPECT_TRUE(eventually([&] { return state->service->cache.stats().budgetBytes == 0; }));
+    enter("300");
+    EXPECT_EQ(state->config->cacheBudgetMB, 300);
+    // What is only typed holds when the field is left.
+    cap->setFocus();
+    cap->selectAll();
+    QTest::keyClicks(cap, "200");
+    EXPECT_EQ(state->config->cacheBudgetMB, 300);
+    page->findChild<QLineEdit*>("cacheFilter")->setFocus();
+    EXPECT_EQ(state->config->cacheBudgetMB, 200);
+    // Nothing at all is no number.
+    cap->setFocus();
+    QTest::keyClick(cap, Qt::Key_End);
+    for (int i = 0; i < 3; ++i) QTest::keyClick(cap, Qt::Key_Backspace);
+    QTest::keyClick(cap, Qt::Key_Return);
+    EXPECT_EQ(state->config->cacheBudgetMB, 200);
+}
+
+TEST_F(CachePageTest, NothingStepsTheLimit) {
+    auto* const cap = page->findChild<QSpinBox*>("cacheCap");
+    const auto turn = [&] {
+        const QPointF at = cap->rect().center();
+        QWheelEvent up(at, cap->mapToGlobal(at), {}, {0, 120}, Qt::NoButton, Qt::NoModifier,
+                       Qt::NoScrollPhase, false);
+        QApplication::sendEvent(cap, &up);
+        return up.isAccepted();
+    };
+    EXPECT_FALSE(turn());
+    cap->setFocus();
+    turn();
+    for (const Qt::Key key : {Qt::Key_Up, Qt::Key_Down, Qt::Key_PageUp, Qt::Key_PageDown})
+        QTest::keyClick(cap, key);
+    // Where the arrows would be.
+    QTest::mouseClick(cap, Qt::LeftButton, {}, QPoint(cap->width() - 6, cap->height() / 4));
+    QTest::keyClick(cap, Qt::Key_Return);
+    EXPECT_EQ(cap->value(), 0);
+    EXPECT_EQ(state->config->cacheBudgetMB, 0);
+    EXPECT_EQ(state->service->cache.stats().count, 3);
 }
 
 }  // namespace

@@ -110,19 +110,29 @@ TEST_F(FrameTest, ASecondStartShowsTheFirst) {
     auto first = std::make_unique<SingleInstance>();
     ASSERT_FALSE(first->isTaken());
     int shown = 0;
-    first->listen([&] { ++shown; });
     const SingleInstance second;
     ASSERT_TRUE(second.isTaken());
-    bool answered = false;
-    state->inBackground(
-        window.get(), [&] { return second.askToShow(); },
-        [&](const Outcome<bool>& reply) { answered = reply.ok() && *reply.value; });
-    EXPECT_TRUE(eventually([&] { return answered; }));
+    int answers = 0;
+    const auto ask = [&] {
+        state->inBackground(
+            window.get(), [&] { return second.askToShow(std::chrono::seconds(60)); },
+            [&](const Outcome<bool>& reply) { answers += reply.ok() && *reply.value ? 1 : 0; });
+    };
+    // The first has only won its lock. The turn of the loop lets the second find that out.
+    ask();
+    QTest::qWait(200);
+    first->listen();
+    EXPECT_TRUE(eventually([&] { return answers == 1; }));
+    EXPECT_EQ(shown, 0);
+    first->showBy([&] { ++shown; });
     EXPECT_EQ(shown, 1);
+    ask();
+    EXPECT_TRUE(eventually([&] { return answers == 2; }));
+    EXPECT_EQ(shown, 2);
     first.reset();
     const SingleInstance third;
     EXPECT_FALSE(third.isTaken());
-    EXPECT_FALSE(second.askToShow());
+    EXPECT_FALSE(second.askToShow(std::chrono::milliseconds(1)));
 }
 
 TEST_F(FrameTest, APageThatHasGoneGetsNoCallback) {

@@ -2,6 +2,7 @@
 #include <QClipboard>
 #include <QLabel>
 #include <QPlainTextEdit>
+#include <future>
 
 #include "app/pages/UsageText.h"
 #include "app/widgets/StatusDot.h"
@@ -45,6 +46,8 @@ TEST_F(ServicePageTest, UsageOpensWithTheAddressesItListensAt) {
                        "these:\n#   http://a:1\n#   http://b:1\n"),
               0U);
     EXPECT_NE(all.find("curl -X POST http://a:1/v1/tts \\\n"), std::string::npos);
+    EXPECT_NE(all.find("\nA ready-made C++ client lives in Zephon/interface/zephon_client.h\n"),
+              std::string::npos);
     EXPECT_EQ(usageText({}, "", "http://c:1").find("# Listening on all"), 0U);
     const std::string one = usageText({}, "127.0.0.1", "http://c:1");
     EXPECT_EQ(one.find("# 只听 127.0.0.1\n"), 0U);
@@ -84,6 +87,22 @@ TEST_F(ServicePageTest, AsksBeforeWhatCannotBeTakenBack) {
     click(page(), "Quit");
     answerMessage("OK");
     EXPECT_FALSE(state->http->isRunning());
+}
+
+TEST_F(ServicePageTest, TheModelMovesInTurnWithWhatElseRestartsTheEngine) {
+    std::promise<void> end;
+    state->inTurn(
+        window.get(), [end = end.get_future().share()] { end.wait(); },
+        [](const Outcome<Nothing>&) {});
+    click(page(), "Unload model");
+    answerMessage();
+    // Long enough for one that does not wait.
+    QTest::qWait(100);
+    EXPECT_FALSE(state->service->modelUnloaded());
+    EXPECT_FALSE(named("toggleModel")->isEnabled());
+    end.set_value();
+    EXPECT_TRUE(eventually([&] { return named("toggleModel")->isEnabled(); }));
+    EXPECT_TRUE(state->service->modelUnloaded());
 }
 
 class NowhereToLoadFrom : public ServicePageTest {
