@@ -346,13 +346,10 @@ void CachePage::playChosen() {
 }
 
 void CachePage::deleteChosen() {
-    change(
-        [keys = table->selectedIds(), service = app.service] {
-            return std::count_if(keys.begin(), keys.end(), [&](const std::string& key) {
-                return service->cache.remove(key);
-            });
-        },
-        [](std::ptrdiff_t count) { return qTF("已删掉 %d 条缓存", count); });
+    const std::set<std::string>& chosen = table->selectedIds();
+    change([keys = std::vector(chosen.begin(), chosen.end()),
+            service = app.service] { return service->cache.remove(keys); },
+           [](std::size_t count) { return qTF("已删掉 %d 条缓存", count); });
 }
 
 void CachePage::clearAll() {
