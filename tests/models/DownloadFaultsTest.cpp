@@ -1,4 +1,4 @@
-// Downloads while the system refuses, and in which order their bytes and names reach the disk.
+// The order in which the bytes and names of downloads reach the disk, and a disk that refuses.
 //
 // The definition of fsync() here stands in front of the C library's for the whole program.
 #include <atomic>
@@ -6,7 +6,6 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <unistd.h>
 
 #include "tests/models/DownloadFixture.h"
@@ -72,32 +71,6 @@ TEST_F(DownloadFaults, aModelIsOnTheDiskBeforeItHasItsName) {
     EXPECT_EQ(contentOf("m.gguf.part"), "(missing)") << "nobody knows which bytes were lost";
 
     syncError = 0;
-    downloader->start(variantOf(4000), host.address(), false);
-    awaitEnd(Stage::done);
-    EXPECT_EQ(contentOf("m.gguf"), body);
-}
-
-TEST_F(DownloadFaults, aWantOfThreadsFailsTheJobAndLeavesTheWayFree) {
-    const std::string body = bodyOf(4000);
-    ModelHost host(ModelHost::serving(body));
-    put("m.gguf.part", body.substr(0, 1000));
-    // No machine has room for a stack of this size.
-    pthread_attr_t usual;
-    pthread_attr_t huge;
-    ASSERT_EQ(::pthread_getattr_default_np(&usual), 0);
-    ASSERT_EQ(::pthread_getattr_default_np(&huge), 0);
-    ASSERT_EQ(::pthread_attr_setstacksize(&huge, std::size_t{1} << 62), 0);
-    ASSERT_EQ(::pthread_setattr_default_np(&huge), 0);
-    EXPECT_NO_THROW(downloader->start(variantOf(4000), host.address(), true));
-    ASSERT_EQ(::pthread_setattr_default_np(&usual), 0);
-    ::pthread_attr_destroy(&huge);
-    ::pthread_attr_destroy(&usual);
-    EXPECT_FALSE(downloader->busy());
-    awaitEnd(Stage::failed);
-    EXPECT_EQ(reports.back().fileName, "tokenizer.json");
-    EXPECT_NE(reports.back().error, "");
-    EXPECT_TRUE(wasLogged("tokenizer.json not fetched: " + reports.back().error));
-
     downloader->start(variantOf(4000), host.address(), false);
     awaitEnd(Stage::done);
     EXPECT_EQ(contentOf("m.gguf"), body);
