@@ -76,8 +76,9 @@ void TaskQueue::State::watch() {
         std::uint64_t seenTaken = taken;
         auto seenAt = std::chrono::steady_clock::now();
         for (int calm = 0; calm < watchedCalm && !wakeWatcher.wait_for(guard, watchPeriod, ends);) {
-            starved.store(idle.load() == 0);
             const std::uint64_t lately = taken - std::exchange(seenTaken, taken);
+            // Among short tasks, a look often meets the only thread in the middle of one.
+            starved.store(idle.load() == 0 && lately == 0);
             const bool stuck = !happened.empty() && lately == 0;
             // A busy machine lets the watcher sleep for longer than it wanted to.
             const auto now = std::chrono::steady_clock::now();

@@ -77,7 +77,7 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     std::atomic<int> inLoop;      // how many threads the events are best shared by
     std::atomic<bool> ending{false};
     std::atomic<bool> watching{false};    // the watcher looks every now and then
-    std::atomic<bool> starved{false};     // it has found nobody idle: help comes at once
+    std::atomic<bool> starved{false};     // it saw nobody idle and nothing taken: help comes at once
     std::atomic<std::size_t> waiting{0};  // the size of `happened`
 
     // Guarded by `lock`.
