@@ -29,8 +29,8 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 
 // Events a millisecond. Where there are fewer, each of them is worth a thread of its own; where there
 // are more, threads that share them get in each other's way.
-constexpr double fewEvents = 35;
-constexpr double manyEvents = 45;
+constexpr double fewEvents = 8;
+constexpr double manyEvents = 12;
 
 int cores() {
     return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
