@@ -19,6 +19,8 @@ constexpr auto parkedFor = std::chrono::milliseconds(500);
 // How often the watcher looks, and after how many looks without need it sleeps again.
 constexpr auto watchPeriod = std::chrono::milliseconds(1);
 constexpr int watchedCalm = 100;
+// Each holds a descriptor for as long as its peer pleases.
+constexpr std::size_t mostAwaitingEnd = 16;
 constexpr auto endingPatience = std::chrono::seconds(1);
 
 // The queue whose thread this is, and how many Blockings lie on its stack.
@@ -240,6 +242,18 @@ void TaskQueue::State::leave(Poller::Id id) {
     if (!ending.load()) return;
     endIfDoneLocked();
     changed.notify_all();
+}
+
+void TaskQueue::State::awaitEnd(Poller::Id id) {
+    std::shared_ptr<Watched> first;  // let go after the lock
+    const std::lock_guard guard(lock);
+    awaitingEnd.push_back(id);
+    if (awaitingEnd.size() <= mostAwaitingEnd) return;
+    const auto found = watched.find(awaitingEnd.front());
+    awaitingEnd.pop_front();
+    if (found == watched.end()) return;
+    first = found->second.lock();
+    if (first) first->endReceiving();
 }
 
 void TaskQueue::State::post(std::function<void()> task) {

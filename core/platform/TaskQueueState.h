@@ -60,6 +60,9 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     // Under which the poller may tell of it. Absent when the queue is ending.
     [[nodiscard]] std::optional<Poller::Id> enrol(const std::shared_ptr<Watched>& watched);
     void leave(Poller::Id id);
+    // Nothing is left to do there but to wait for the peer's end. Of a few, that is: whoever was the
+    // first to wait does so no longer when one too many comes.
+    void awaitEnd(Poller::Id id);
     void post(std::function<void()> task);
     // Sends the threads home if nothing is left that could happen.
     void endIfDoneLocked();
@@ -77,7 +80,7 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     std::atomic<int> inLoop;      // how many threads the events are best shared by
     std::atomic<bool> ending{false};
     std::atomic<bool> watching{false};    // the watcher looks every now and then
-    std::atomic<bool> starved{false};     // it saw nobody idle and nothing taken: help comes at once
+    std::atomic<bool> starved{false};     // it saw nobody idle, nothing taken: help comes at once
     std::atomic<std::size_t> waiting{0};  // the size of `happened`
 
     // Guarded by `lock`.
@@ -98,6 +101,7 @@ struct TaskQueue::State : std::enable_shared_from_this<TaskQueue::State> {
     std::uint64_t taken = 0;  // how many have been taken out
     Poller::Id nextId = Poller::firstFree;
     std::unordered_map<Poller::Id, std::weak_ptr<Watched>> watched;
+    std::deque<Poller::Id> awaitingEnd;  // perhaps gone meanwhile
 };
 
 }  // namespace zepho

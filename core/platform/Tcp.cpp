@@ -18,6 +18,8 @@ constexpr auto acceptBackoff = std::chrono::milliseconds(100);
 constexpr std::size_t sendTurn = std::size_t{4} * 1024 * 1024;
 // So many connections are taken at a time before others have their turn.
 constexpr int acceptBatch = 16;
+// What a peer may still send after the last bytes for it. More is not carelessness any more.
+constexpr std::size_t mostIgnored = std::size_t{1} * 1024 * 1024;
 
 // Where a thread reads to at first, which does for nearly all requests. A connection keeps only what
 // is left of it.
@@ -64,6 +66,11 @@ struct TcpConnection::Impl : Watched, std::enable_shared_from_this<TcpConnection
     void readNow();
     // Sends what the system takes at once.
     void sendSome();
+    // All that was queued has gone out, and no more will be.
+    void finish();
+    // Throws away what the peer sends on. A stream that is closed over unread bytes is reset, and the
+    // reset can take from the peer what it has not read yet.
+    void ignoreNow();
 
     // Constant after construction.
     TaskQueue::State& queue;
@@ -82,11 +89,14 @@ struct TcpConnection::Impl : Watched, std::enable_shared_from_this<TcpConnection
     bool maySend = false;
     bool peerEnded = false;
     bool closing = false;  // after what is queued
+    bool sentAny = false;
+    bool finished = false;  // only the peer's end is waited for
+    std::size_t ignored = 0;
     std::vector<Message> outgoing;
     std::size_t sentOfFirst = 0;
     Receiver onReceived;
     std::function<void()> onSent;
-    std::shared_ptr<Impl> keptAlive;  // while nobody else waits for what is queued
+    std::shared_ptr<Impl> keptAlive;  // while nobody else waits for what is queued, or for the end
 };
 
 bool TcpConnection::Impl::enrol() {
@@ -134,11 +144,12 @@ void TcpConnection::Impl::work() {
 }
 
 void TcpConnection::Impl::step() {
+    if (finished) return ignoreNow();
     if (!outgoing.empty()) {
         if (!maySend) return;
         sendSome();
-        if (!outgoing.empty()) return;
-        if (closing) return close();
+        if (!outgoing.empty() || !socket.isOpen()) return;
+        if (closing) return finish();
         if (onSent) std::exchange(onSent, nullptr)();
     }
     if (mayRead && onReceived && outgoing.empty()) readNow();
@@ -181,11 +192,30 @@ void TcpConnection::Impl::sendSome() {
             maySend = false;
             return;
         }
+        sentAny = true;
         sent += gone.count;
         sentOfFirst += gone.count;
         if (sentOfFirst < first.head.size() + first.body.size()) continue;
         outgoing.erase(outgoing.begin());
         sentOfFirst = 0;
+    }
+}
+
+void TcpConnection::Impl::finish() {
+    if (!sentAny || peerEnded) return close();
+    finished = true;
+    keptAlive = shared_from_this();
+    socket.endSending();
+    queue.awaitEnd(*id);
+    ignoreNow();
+}
+
+void TcpConnection::Impl::ignoreNow() {
+    while (socket.isOpen()) {
+        const TcpSocket::Moved got = socket.receive(threadBuffer(), threadBufferSize);
+        if (got.wouldBlock) return;
+        ignored += got.count;
+        if (got.complete || got.error || ignored > mostIgnored) close();
     }
 }
 
@@ -219,7 +249,7 @@ void TcpConnection::afterSent(std::function<void()> done) {
 void TcpConnection::cancel() {
     if (impl->closing || !impl->socket.isOpen()) return;
     impl->closing = true;
-    if (impl->outgoing.empty()) return impl->close();
+    if (impl->outgoing.empty()) return impl->finish();
     impl->keptAlive = impl;
 }
 

@@ -54,7 +54,8 @@ public:
     [[nodiscard]] bool isSending() const;
     // Calls once nothing is queued any more, in place of a receive; dropped if sending fails.
     void afterSent(std::function<void()> done);
-    // Ends the connection after the bytes queued so far.
+    // Ends the connection after the bytes queued so far. What the peer sends meanwhile is ignored,
+    // until it ends its side, too, or goes on for too long.
     void cancel();
 
 private:

@@ -36,6 +36,8 @@ public:
     [[nodiscard]] Moved send(const std::string& head, const SharedBytes& body,
                              std::size_t sent) const;
     void endReceiving() const;
+    // The peer sees the end of the stream behind what was sent.
+    void endSending() const;
     void close();
 
     [[nodiscard]] int descriptor() const { return socket.number(); }

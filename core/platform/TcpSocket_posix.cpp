@@ -168,6 +168,10 @@ void TcpSocket::endReceiving() const {
     ::shutdown(socket.number(), SHUT_RD);
 }
 
+void TcpSocket::endSending() const {
+    ::shutdown(socket.number(), SHUT_WR);
+}
+
 void TcpSocket::close() {
     if (!socket.isOpen()) return;
     ::shutdown(socket.number(), SHUT_RDWR);

@@ -165,5 +165,35 @@ TEST(HttpServerTest, AddressesOfLocalNetworksComeFirst) {
     EXPECT_EQ(lanRank("172.x.0.1"), 4);
 }
 
+TEST(HttpServerTest, ALastAnswerArrivesWholeThoughItsClientSendsOn) {
+    const std::string closing = "GET / HTTP/1.1\r\nConnection: close\r\n\r\n";
+    const std::string more(std::size_t{48} * 1024, 'x');
+    Gate gate;
+    const auto server = startServer([&gate](const HttpRequest&) {
+        gate.wait();
+        return HttpResponse::text(200, std::string(std::size_t{200} * 1024, 'a'));
+    });
+    HttpClient client(server->port(), "127.0.0.1", 4096);
+    ASSERT_TRUE(client.send(closing));
+    ASSERT_TRUE(gate.awaitInside(1));
+    ASSERT_TRUE(client.send(more));
+    gate.open();
+    const auto whole = client.read();
+    ASSERT_TRUE(whole);
+    EXPECT_EQ(whole->body.size(), std::size_t{200} * 1024);
+    EXPECT_TRUE(client.endsWithin(std::chrono::seconds(30)));
+    // It is listened to, but not without end.
+    EXPECT_TRUE(eventually([&] { return !client.send(more); }));
+
+    // Nor are many waited for that never end.
+    std::vector<std::unique_ptr<HttpClient>> others;
+    for (int i = 0; i < 40; ++i) {
+        others.push_back(std::make_unique<HttpClient>(server->port()));
+        ASSERT_TRUE(others.back()->send(closing));
+        ASSERT_TRUE(others.back()->read());
+    }
+    EXPECT_TRUE(eventually([&] { return !others.front()->send("x"); }));
+}
+
 }  // namespace
 }  // namespace zepho::test
