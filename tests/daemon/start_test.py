@@ -1,18 +1,20 @@
 """Starts zephond where it cannot start.
 
-Usage: start_test.py <source directory> <zephond>
+Usage: start_test.py <source directory> <zephond> <fake-s2>
 """
 
 import fcntl
 import pathlib
 import resource
+import socket
 import subprocess
 import sys
 import unittest
 
-SOURCE, ZEPHOND = (pathlib.Path(word).resolve() for word in sys.argv[1:3])
+SOURCE, ZEPHOND, FAKE_S2 = (pathlib.Path(word).resolve() for word in sys.argv[1:4])
 sys.path.insert(0, str(SOURCE / "tests/tools"))
 from live_service import Service, free_port  # noqa: E402
+from store_checks import processes_of  # noqa: E402
 
 
 class StartTest(unittest.TestCase):
@@ -50,6 +52,17 @@ class StartTest(unittest.TestCase):
                 _, words = process.communicate(timeout=60)
         self.assertEqual(process.returncode, 1, words)
         self.assertFalse(self.config.exists())
+
+    def test_where_its_port_is_taken_no_inference_process_stays(self):
+        engine = self.service.with_engine(FAKE_S2)
+        with socket.create_server(("127.0.0.1", 0)) as taken:
+            self.service.port = taken.getsockname()[1]
+            self.service._write_config()
+            with self.begin() as process:
+                _, words = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, 1, words)
+        self.assertIn(str(self.service.port), words)
+        self.assertEqual(processes_of(engine), {})
 
 
 if __name__ == "__main__":
