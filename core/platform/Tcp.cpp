@@ -202,12 +202,12 @@ void TcpConnection::Impl::sendSome() {
 }
 
 void TcpConnection::Impl::finish() {
-    if (!sentAny || peerEnded) return close();
+    if (!sentAny) return close();
     finished = true;
     keptAlive = shared_from_this();
     socket.endSending();
-    queue.awaitEnd(*id);
     ignoreNow();
+    if (socket.isOpen()) queue.awaitEnd(*id);
 }
 
 void TcpConnection::Impl::ignoreNow() {
