@@ -251,7 +251,14 @@ bool WavCache::removeClip(std::string_view key) {
     }
     deleteFile(pathOf(*record));
     hot.drop(key);
+    dropIfFileGone(key);
     return true;
+}
+
+void WavCache::dropIfFileGone(std::string_view key) {
+    const std::lock_guard guard(lock);
+    const auto found = items.find(key);
+    if (found != items.end() && fileIsMissing(pathOf(*found->second.record))) eraseLocked(found);
 }
 
 void WavCache::clear() {
@@ -273,6 +280,8 @@ void WavCache::clear() {
     const auto left = std::count_if(names.begin(), names.end(), [this](const std::string& name) {
         return !deleteFilePatiently(dir + name);
     });
+    for (const std::string& name : names)
+        dropIfFileGone(std::string_view(name).substr(0, name.size() - suffix.size()));
     saveIndex(true);
     if (left == 0)
         AppLog::info("cache", "cache cleared");
@@ -393,16 +402,16 @@ void WavCache::saveIndex(bool force) {
         io.lock();
     else if (!io.try_lock())
         return;
-    std::vector<CacheRecordPointer> records;
-    {
-        const std::lock_guard guard(lock);
-        if (!saveIsDueLocked(force)) return;
-        records.reserve(items.size());
-        for (const auto& [key, item] : items) records.push_back(item.record);
-        dirty = false;
-        lastSaveTick = monotonicMs();
-    }
     try {
+        std::vector<CacheRecordPointer> records;
+        {
+            const std::lock_guard guard(lock);
+            if (!saveIsDueLocked(force)) return;
+            records.reserve(items.size());
+            for (const auto& [key, item] : items) records.push_back(item.record);
+            dirty = false;
+            lastSaveTick = monotonicMs();
+        }
         keepIndexBackup(dir + indexName, dir + backupName);
         saveCacheIndex(dir + indexName, records);
     } catch (const std::exception& error) {

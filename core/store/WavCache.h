@@ -85,6 +85,8 @@ private:
     [[nodiscard]] std::optional<SharedBytes> readClip(const CacheRecord& record);
     [[nodiscard]] CacheRecordPointer find(std::string_view key) const;
     bool removeClip(std::string_view key);
+    // Of an entry that came while the file of an earlier one was being deleted, and lost its own.
+    void dropIfFileGone(std::string_view key);
     void saveIndex(bool force);
 
     // With `lock` held.

@@ -271,6 +271,7 @@ TEST(WavCache, ManyThreads) {
             });
         for (std::thread& thread : threads) thread.join();
         expectInvariants(cache);
+        for (const auto& [key, entry] : cache.snapshot()) EXPECT_TRUE(cache.readAudio(key)) << key;
         cache.flush();
     }
     const WavCache again(home.path(), 0);
