@@ -30,11 +30,12 @@ void warn(DecoderEntry entry, const std::string& what) {
 bool readBlocks(std::vector<float>& samples, RunOutput& output) {
     std::array<float, decoderBlockSize> block;
     samples.reserve(usualClip);
-    for (;;) {
+    for (std::uint32_t before = block.size();;) {
         std::uint32_t count = 0;
         if (!output.read(&count, sizeof count)) return false;
         if (count == 0) return true;
-        if (count > block.size() || samples.size() + count > largestClipBytes / sizeof(float) ||
+        // Only the last one may be short, so that there are not millions of them.
+        if (std::exchange(before, count) != block.size() || count > block.size() || samples.size() + count > largestClipBytes / sizeof(float) ||
             !output.read(block.data(), count * sizeof(float)))
             return false;
         // Nothing downstream could play these, and a taken-over helper may well send them.

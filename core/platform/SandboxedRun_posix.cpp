@@ -31,6 +31,7 @@ Pipe makePipe() {
     int ends[2] = {-1, -1};
     if (::pipe2(ends, O_CLOEXEC) != 0) return {};
     Pipe made{Descriptor(ends[0]), aboveStandard(Descriptor(ends[1]))};
+    if (!made.writing.isOpen()) return made;
     ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
     // A writer that is done can end while its bytes are read. Where that is too much to ask for, it
     // waits for the reader.
@@ -215,6 +216,8 @@ struct Start {
     // False, with errno set, where something was refused.
     bool attempt(const std::string& program, const std::vector<std::string>& arguments,
                  ByteView input) {
+        in = Descriptor();
+        out = {};
         in = aboveStandard(
             Descriptor(::memfd_create("zephon-run-input", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
         if (!in.isOpen() || !fill(in, input)) return fails("could not get its input", {});
@@ -237,6 +240,8 @@ private:
 
 std::ptrdiff_t RunOutput::readSome(void* into, std::size_t length) {
     for (;;) {
+        // There may always be something, however little.
+        if (millisecondsUntil(end) == 0) return -1;
         const ssize_t got = ::read(pipe, into, length);
         if (got >= 0) return got;
         if (errno == EINTR) continue;

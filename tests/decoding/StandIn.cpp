@@ -84,6 +84,8 @@ void behave(const std::string& order) {
     if (order == "large block") answer(std::vector<float>(zepho::decoderBlockSize + 1), 1, 8000);
     if (order == "endless")
         while (writeBlock(std::vector<float>(zepho::decoderBlockSize))) continue;
+    if (order == "trickles")
+        while (writeBlock({0.5F})) continue;
     if (order == "breaks off") writeBlock({0.5F, 0.5F});
     if (order == "talks on") (answer({0.5F}, 1, 8000), answer({0.5F}, 1, 8000));
     if (order == "too long") answer(std::vector<float>(601), 601, 1);
