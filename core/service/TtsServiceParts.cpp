@@ -49,8 +49,9 @@ TtsService::~TtsService() {
 
 void TtsService::shutdown() {
     if (isShutDown.exchange(true)) return;
-    prewarm->terminate();
-    queue->shutdown();
+    // The start may have failed for want of a thread.
+    if (prewarm) prewarm->terminate();
+    if (queue) queue->shutdown();
     s2->stopForGood();
     cache.flush();
 }

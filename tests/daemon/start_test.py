@@ -4,8 +4,10 @@ Usage: start_test.py <source directory> <zephond> <fake-s2>
 """
 
 import fcntl
+import os
 import pathlib
 import resource
+import shutil
 import socket
 import subprocess
 import sys
@@ -23,27 +25,44 @@ class StartTest(unittest.TestCase):
         self.addCleanup(self.service.remove)
         self.config = self.service.root / "data/config.json"
 
-    def begin(self, **more):
-        return subprocess.Popen([str(ZEPHOND)], env={"ZEPHO_HOME": str(self.service.root)}, text=True,
+    def begin(self, program=ZEPHOND, **more):
+        return subprocess.Popen([str(program)], env={"ZEPHO_HOME": str(self.service.root)}, text=True,
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more)
 
-    def test_a_want_of_descriptors_ends_it_in_order(self):
+    def expect_order(self, limits, restrict, program=ZEPHOND):
+        """With less and less to want it fails with a sentence, and then it starts."""
         seen = set()
-        for limit in range(6, 64):
+        for limit in limits:
             self.service.port = free_port()
             self.service._write_config()
-            process = self.begin(
-                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit)))
-            with process:
+            with self.begin(program, preexec_fn=lambda: restrict(limit)) as process:
                 if process.stdout.readline():
                     process.terminate()
                 _, words = process.communicate(timeout=60)
-            self.assertIn(process.returncode, (0, 1), f"{limit} descriptors: {words}")
+            self.assertIn(process.returncode, (0, 1), f"at {limit}: {words}")
             seen.add(process.returncode)
             if process.returncode == 0:
                 break
             self.assertTrue(words.strip(), limit)
         self.assertEqual(seen, {0, 1})
+
+    def test_a_want_of_descriptors_ends_it_in_order(self):
+        self.expect_order(range(6, 64),
+                          lambda most: resource.setrlimit(resource.RLIMIT_NOFILE, (most, most)))
+
+    @unittest.skipUnless(os.geteuid() == 0, "the threads of a whole user are counted")
+    def test_a_want_of_threads_ends_it_in_order(self):
+        nobody = 65534
+        program = self.service.root / "zephond"
+        shutil.copy2(ZEPHOND, program)
+        for path in (self.service.root, *self.service.root.rglob("*")):
+            os.chown(path, nobody, nobody)
+
+        def restrict(most):
+            resource.setrlimit(resource.RLIMIT_NPROC, (most, most))
+            os.setresuid(nobody, nobody, nobody)
+
+        self.expect_order(range(1, 64), restrict, program)
 
     def test_beside_another_one_it_writes_nothing(self):
         with open(self.service.root / "zephon.lock", "w") as lock:
