@@ -18,6 +18,8 @@ using std::chrono::milliseconds;
 
 // Far above the longest line; a process that sends more is not answering.
 constexpr std::size_t maxWavBytes = 256UL << 20;
+// What is told of an error; an honest one is a sentence.
+constexpr std::size_t mostOfError = 4096;
 // Keeps the sum of a clock and a setting in range.
 constexpr std::int64_t longestMs = 366LL * 24 * 3600 * 1000;
 
@@ -83,7 +85,7 @@ PcmBuffer exchangeLine(const S2Params& params, const S2ExchangePlan& plan,
         if (response.status != 503)
             throw TtsError(TtsErrorCode::engineFailed,
                            TF("推理进程返回 %d:%@", response.status,
-                              replaceInvalidUtf8(asText(response.body))));
+                              replaceInvalidUtf8(asText(response.body).substr(0, mostOfError))));
         if (!world.childRuns() || world.now() >= deadline) throwStillBusy();
         if (first)
             AppLog::info("s2",

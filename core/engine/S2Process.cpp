@@ -1,6 +1,7 @@
 #include "core/engine/S2Process.h"
 
 #include <cstdio>
+#include <exception>
 #include <system_error>
 
 #include "core/config/ZEPHOPaths.h"
@@ -67,7 +68,7 @@ std::shared_ptr<Process> launchS2(const S2Files& files, const std::vector<std::s
         {files.executable, arguments, parentDirectory(files.executable), ZEPHOPaths::engineLog()});
     try {
         saveFileBytes(ZEPHOPaths::enginePidFile(), asBytes(std::to_string(process->pid())));
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         // Only the sweep of a later run needs it.
     }
     return process;

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <filesystem>
+#include <limits>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -221,7 +223,7 @@ void ModelDownloader::begin(const AttemptRef& attempt) {
     if (alreadyAborted) session.cancel(transfer);
     try {
         session.start(transfer);
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) {
         const std::string text = describeError(error);
         fail(*attempt, attempt->base, attempt->displayTotal, text);
         complete(*attempt, false, text);
@@ -236,7 +238,9 @@ bool ModelDownloader::takeHead(Attempt& attempt, const HttpHead& head) {
         attempt.base = attempt.received = 0;
     }
     if (head.status == statusOk || head.status == statusPartial) {
-        if (head.length >= 1) attempt.serverTotal = attempt.base + head.length;
+        constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+        if (head.length >= 1 && head.length <= most - attempt.base)
+            attempt.serverTotal = attempt.base + head.length;
         return true;
     }
     fail(attempt, attempt.base, attempt.displayTotal,

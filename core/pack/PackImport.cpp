@@ -147,7 +147,13 @@ PackSummary importPack(const std::string& from, VoiceLibrary& voices, AppConfig&
     const ZipReader archive = openPack(from);
     const PackManifest manifest = manifestOf(archive);
     PackImporter import_(archive, voices);
-    for (const VoiceInfo& voice : manifest.voices) import_.takeVoice(voice);
+    try {
+        for (const VoiceInfo& voice : manifest.voices) import_.takeVoice(voice);
+    } catch (...) {
+        // Out of memory. What has come so far is there, and stays.
+        voices.save();
+        throw;
+    }
     // Before the bindings, which else could be on disk without the voices that they lead to.
     voices.save();
     import_.takeBindings(manifest.airlines, config);

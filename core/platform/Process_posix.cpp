@@ -133,7 +133,15 @@ std::shared_ptr<Process> Process::spawn(const ProcessSpec& spec) {
     check(::posix_spawn(&pid, spec.executable.c_str(), actions.get(), attributes.get(),
                         words.data(), ::environ),
           spec.executable);
-    return std::make_shared<Process>(pid);
+    try {
+        return std::make_shared<Process>(pid);
+    } catch (...) {
+        // Nobody could watch or end it.
+        ::kill(-pid, SIGKILL);
+        siginfo_t info{};
+        waitidRetrying(pid, info, WEXITED);
+        throw;
+    }
 }
 
 Process::~Process() {

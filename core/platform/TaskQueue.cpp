@@ -249,6 +249,8 @@ void TaskQueue::State::awaitEnd(Poller::Id id) {
     const std::lock_guard guard(lock);
     awaitingEnd.push_back(id);
     if (awaitingEnd.size() <= mostAwaitingEnd) return;
+    std::erase_if(awaitingEnd, [this](Poller::Id each) { return !watched.contains(each); });
+    if (awaitingEnd.size() <= mostAwaitingEnd) return;
     const auto found = watched.find(awaitingEnd.front());
     awaitingEnd.pop_front();
     if (found == watched.end()) return;

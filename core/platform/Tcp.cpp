@@ -352,10 +352,15 @@ void TcpListener::Impl::adopt(TcpSocket::Accepted accepted) {
     const auto made = std::make_shared<TcpConnection::Impl>(queue, std::move(accepted.socket),
                                                             std::move(accepted.host));
     if (!made->enrol()) return;
-    handlers.onConnection(TcpConnection(made));
-    // Not here: its first request may be there already, and whoever answers that may block for
-    // minutes, while others wait to be accepted.
-    queue.post([made] { made->work(); });
+    try {
+        handlers.onConnection(TcpConnection(made));
+        // Not here: its first request may be there already, and whoever answers that may block for
+        // minutes, while others wait to be accepted.
+        queue.post([made] { made->work(); });
+    } catch (...) {
+        made->close();
+        throw;
+    }
 }
 
 TcpListener::TcpListener(TaskQueue& queue, const std::optional<std::string>& address,

@@ -55,7 +55,8 @@ public:
     // Calls once nothing is queued any more, in place of a receive; dropped if sending fails.
     void afterSent(std::function<void()> done);
     // Ends the connection after the bytes queued so far. What the peer sends meanwhile is ignored,
-    // until it ends its side, too, or goes on for too long.
+    // until it ends its side, too, or goes on for too long, or too many others do. The bytes of a
+    // receive are no longer valid.
     void cancel();
 
 private:
