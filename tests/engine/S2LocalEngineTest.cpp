@@ -128,16 +128,14 @@ TEST_F(S2Engine, tellsWhatItIsMissing) {
     std::filesystem::create_symlink(FAKE_S2, elsewhere.file("engine/s2"));
     startAndWait(engine);
     EXPECT_EQ(engine.modelPath(), elsewhere.file("models/m.gguf"));
-    engine.stop();
-    std::vector<std::unique_ptr<test::TakenPort>> taken;
-    for (int port = tuning.firstPort; port <= tuning.lastPort; ++port)
-        taken.push_back(std::make_unique<test::TakenPort>(port, true));
-    engine.start();
-    detail = engine.checkHealth().detail;
-    EXPECT_NE(detail.find(" are all taken — nowhere to put the inference process"),
-              std::string::npos)
-        << detail;
-    expectNoChild(engine, S2EngineState::failed);
+
+    tuning.lastPort = tuning.firstPort - 1;
+    S2LocalEngine crowded({}, tuning);
+    crowded.setSearchRoot(elsewhere.path());
+    crowded.start();
+    EXPECT_EQ(crowded.currentState(), S2EngineState::failed);
+    detail = crowded.checkHealth().detail;
+    EXPECT_NE(detail.find(" are all taken — nowhere to put the"), std::string::npos) << detail;
 }
 
 TEST_F(S2Engine, doesNotRestartWhatDiesOrHangsWhileItLoads) {

@@ -10,16 +10,13 @@
 #include <utility>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "core/config/ZEPHOPaths.h"
 #include "core/engine/S2LocalEngine.h"
 #include "core/platform/Files.h"
 #include "core/platform/ProcessList.h"
+#include "core/platform/TcpProbe.h"
 #include "tests/support/Watching.h"
 
 namespace zepho::test {
@@ -27,6 +24,10 @@ namespace zepho::test {
 // Whether the process is there and not a zombie.
 inline bool processLives(int pid) {
     return programOfProcess(pid).has_value();
+}
+
+inline bool portAnswers(int port) {
+    return probeLoopbackPort(port, std::chrono::seconds(1)) == TcpProbe::answered;
 }
 
 inline void writeText(const std::string& path, const std::string& text) {
@@ -38,35 +39,14 @@ inline std::string readText(const std::string& path) {
     return bytes ? std::string(asText(*bytes)) : std::string();
 }
 
-// Takes a port of 127.0.0.1 for as long as it lives; refuses connections unless it listens.
-class TakenPort {
-public:
-    TakenPort(int port, bool listens) : socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        had = ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-              (!listens || ::listen(socket, 16) == 0);
-    }
-    TakenPort(const TakenPort&) = delete;
-    TakenPort& operator=(const TakenPort&) = delete;
-    ~TakenPort() { ::close(socket); }
-    [[nodiscard]] bool couldBeHad() const { return had; }
-
-private:
-    const int socket;
-    bool had = false;
-};
-
-// The first of `count` ports in a row that can be had, below those of outgoing connections.
+// The first of `count` silent ports in a row, below those of outgoing connections.
 inline int findFreePorts(int count) {
     std::random_device random;
     for (;;) {
         const int first = 18000 + static_cast<int>(random() % 14000);
-        int port = first;
-        while (port < first + count && TakenPort(port, false).couldBeHad()) ++port;
-        if (port == first + count) return first;
+        int port = first + count;
+        while (port > first && !portAnswers(port - 1)) --port;
+        if (port == first) return first;
     }
 }
 

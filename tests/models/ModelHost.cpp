@@ -82,11 +82,6 @@ void RawPeer::waitUntilGone() {
     while (::recv(fd, unread.data(), unread.size(), 0) > 0) continue;
 }
 
-void RawPeer::resetOnClose() {
-    const linger now{1, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &now, sizeof now);
-}
-
 RawHost::RawHost(std::function<void(RawPeer&)> told) : script(std::move(told)) {
     listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};

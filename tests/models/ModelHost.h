@@ -89,8 +89,6 @@ public:
     bool send(const std::string& bytes);
     void endSending();
     void waitUntilGone();
-    // Ends the connection with an error instead of an orderly end.
-    void resetOnClose();
 
 private:
     const int fd;
