@@ -16,7 +16,6 @@ protected:
 };
 
 TEST_F(EngineDiscovery, takesTheLargestModel) {
-    EXPECT_EQ(findModelFile(other.file("none")), "");
     writeText(other.file("empty.gguf"), "");
     EXPECT_EQ(findModelFile(other.path()), "");
     writeText(other.file("b.gguf"), "small");
@@ -33,7 +32,6 @@ TEST_F(EngineDiscovery, takesTheLargestModel) {
 TEST_F(EngineDiscovery, prefersTheEngineOfTheDataRoot) {
     ::setenv("ZEPHO_ENGINE_DIR", other.path().c_str(), 1);
     EXPECT_EQ(enginePath(), root + "engine/s2");
-    EXPECT_TRUE(backendUsable(ComputeBackend::cpu));
     EXPECT_FALSE(backendAvailable(ComputeBackend::metal));
     writeText(root + "engine/libggml-metal.dylib", "x");
     EXPECT_TRUE(backendAvailable(ComputeBackend::metal));

@@ -50,11 +50,9 @@ protected:
 TEST_F(S2Engine, startsSpeaksAndStops) {
     const auto engine = readyEngine();
     EXPECT_EQ(engine->modelPath(), root + "models/voice.gguf");
-    const EngineHealth health = engine->checkHealth();
-    EXPECT_TRUE(health.ready);
-    EXPECT_EQ(health.backend, "fish-s2-pro (s2.cpp)");
-    EXPECT_EQ(health.detail.find("voice.gguf,端口 " + std::to_string(tuning.firstPort)), 0U);
-    EXPECT_EQ(countLogLines("port " + std::to_string(tuning.firstPort) + "): voice.gguf [cpu]"), 1);
+    EXPECT_TRUE(engine->checkHealth().ready);
+    EXPECT_EQ(engine->checkHealth().detail.find("voice.gguf,端口 "), 0U);
+    EXPECT_EQ(engine->port(), tuning.firstPort);
     speak(*engine);
     EXPECT_EQ(countLogLines("no reference audio"), 0);
     EXPECT_NE(test::readText(fakeFile("fake-s2.request")).find("name=\"voice\""),
@@ -104,9 +102,7 @@ TEST_F(S2Engine, tellsWhatItIsMissing) {
     S2LocalEngine engine({}, tuning);
     engine.start();
     EXPECT_EQ(engine.currentState(), S2EngineState::missing);
-    EXPECT_EQ(engine.missingWhat(), "models/*.gguf");
     EXPECT_EQ(engine.checkHealth().detail, "bin 里缺 models/*.gguf");
-    EXPECT_EQ(countLogLines("model files incomplete (missing models/*.gguf)"), 1);
     EXPECT_EQ(refusal(engine).second, "引擎还没装齐:bin 里缺 models/*.gguf");
     EXPECT_EQ(refusal(engine, " \n　").first, TtsErrorCode::emptyText);
 
@@ -121,7 +117,6 @@ TEST_F(S2Engine, tellsWhatItIsMissing) {
               0U)
         << detail;
     EXPECT_EQ(refusal(engine), std::pair(TtsErrorCode::engineFailed, detail));
-    EXPECT_EQ(countLogLines("[ERROR] s2: cannot start the inference process: Permission"), 1);
     expectNoChild(engine, S2EngineState::failed);
 
     std::filesystem::remove(elsewhere.file("engine/s2"));
@@ -138,7 +133,7 @@ TEST_F(S2Engine, tellsWhatItIsMissing) {
     EXPECT_NE(detail.find(" are all taken — nowhere to put the"), std::string::npos) << detail;
 }
 
-TEST_F(S2Engine, doesNotRestartWhatDiesOrHangsWhileItLoads) {
+TEST_F(S2Engine, doesNotRestartWhatDiesOrHangsOrIsStoppedWhileItLoads) {
     const auto end = ", log " + S2LocalEngine::logPath();
     const std::pair<std::string, std::string> rows[] = {
         {"die-at=start\ndie-signal=9",
@@ -156,11 +151,8 @@ TEST_F(S2Engine, doesNotRestartWhatDiesOrHangsWhileItLoads) {
         expectStopped(engine);
     }
     EXPECT_EQ(countLogLines("inference process started"), 3);
-    EXPECT_EQ(countLogLines("inference process exited with status 3; "), 1);
-}
 
-TEST_F(S2Engine, stopsWhileItLoads) {
-    behave("never-ready=1");
+    tuning.loadLimit = std::chrono::hours(1);
     S2LocalEngine engine({}, tuning);
     engine.start();
     EXPECT_EQ(engine.checkHealth().detail.find("loading the model ("), 0U);
@@ -230,6 +222,7 @@ TEST_F(S2Engine, restartsAChildThreeTimesAndThenGivesUp) {
         const std::string done = "restarted and ready (attempt " + std::to_string(count) + ")";
         ASSERT_TRUE(eventually([&] { return countLogLines(done) == 1; }));
         speak(*engine);
+        EXPECT_EQ(engine->port(), tuning.firstPort) << "where it was before";
         ::kill(recordedPid(), SIGKILL);
     }
     EXPECT_TRUE(waitForState(*engine, S2EngineState::failed));

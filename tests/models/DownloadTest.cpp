@@ -228,22 +228,6 @@ TEST_F(Download, survivesAKilledProgram) {
     EXPECT_FALSE(fileExists(part));
 }
 
-TEST_F(Download, isOnTheDiskBeforeItHasItsName) {
-    ModelHost host(ModelHost::serving(bodyOf(4000)));
-    const std::string models = std::filesystem::canonical(ZEPHOPaths::modelsDir());
-    takeSynced();
-    run(Stage::done, host.address());
-    EXPECT_EQ(takeSynced(), (std::vector{models + "/m.gguf.part", models}));
-
-    std::filesystem::remove(inModels("m.gguf"));
-    syncError = EIO;
-    run(Stage::failed, host.address());
-    syncError = 0;
-    EXPECT_EQ(error().find("Input/output error"), 0U) << error();
-    EXPECT_EQ(contentOf("m.gguf"), "(missing)");
-    EXPECT_EQ(contentOf("m.gguf.part"), "(missing)") << "nobody knows which bytes were lost";
-}
-
 TEST_F(Download, tellsABadStatusAndThenTheEndOfTheRequest) {
     put("m.gguf.part", "12345");
     const std::pair<std::string, std::string> rows[] = {
@@ -350,34 +334,41 @@ TEST_F(Download, trustsNoCertificateThatDoesNotVerify) {
     EXPECT_EQ(contentOf("m.gguf.part"), "");
 }
 
-TEST_F(Download, tellsWhatTheDiskRefuses) {
+TEST_F(Download, isOnTheDiskBeforeItHasItsNameOrTellsWhyNot) {
+    std::atomic<bool> nameTaken{false};  // while it is fetched
+    ModelHost host([&](const httplib::Request&, httplib::Response& response) {
+        if (nameTaken) std::filesystem::create_directories(inModels("m.gguf/inside"));
+        response.set_content(bodyOf(4000), "application/octet-stream");
+    });
+    const std::string models = std::filesystem::canonical(ZEPHOPaths::modelsDir());
+    takeSynced();
+    run(Stage::done, host.address());
+    EXPECT_EQ(takeSynced(), (std::vector{models + "/m.gguf.part", models}));
+    std::filesystem::remove(inModels("m.gguf"));
+
     const std::string part = inModels("m.gguf.part");
     std::filesystem::create_symlink("/dev/full", part);
-    Gate gone;
-    RawHost host([&](RawPeer& peer) {
-        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\n" + bodyOf(100));
-        peer.waitUntilGone();
-        gone.open();
-    });
     run(Stage::failed, host.address());
     EXPECT_EQ(error(), "No space left on device (" + part + ")");
     EXPECT_TRUE(std::filesystem::is_symlink(part));
-    gone.wait();
     std::filesystem::remove(part);
 
-    // Taken while it is fetched.
-    RawHost slow([&](RawPeer& peer) {
-        std::filesystem::create_directories(inModels("m.gguf/inside"));
-        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\n" + bodyOf(4000));
-    });
-    run(Stage::failed, slow.address());
+    syncError = EIO;
+    run(Stage::failed, host.address());
+    syncError = 0;
+    EXPECT_EQ(error().find("Input/output error"), 0U) << error();
+    EXPECT_EQ(contentOf("m.gguf"), "(missing)");
+    EXPECT_EQ(contentOf("m.gguf.part"), "(missing)") << "nobody knows which bytes were lost";
+
+    nameTaken = true;
+    run(Stage::failed, host.address());
     EXPECT_EQ(error(), "rename failed (the engine may still hold the file): Is a directory");
     EXPECT_EQ(contentOf("m.gguf.part"), bodyOf(4000));
 
-    std::filesystem::remove_all(ZEPHOPaths::modelsDir());
-    saveFileBytes(ZEPHOPaths::dataRoot() + "models", asBytes("a file"));
-    RawHost quick(saying("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nabcd"));
-    run(Stage::failed, quick.address());
+    std::filesystem::remove_all(models);
+    saveFileBytes(models, asBytes("a file"));
+    nameTaken = false;
+    run(Stage::failed, host.address());
     EXPECT_EQ(error(), "the download came back empty");
 }
 

@@ -15,7 +15,6 @@ namespace {
 TEST(ModelCatalog, listsWhatThereIsAndWhatIsInstalled) {
     const std::vector<ModelVariant> all = modelCatalog();
     ASSERT_EQ(all.size(), 7U);
-    EXPECT_EQ(all[0].display, "q4_k_m    3.57 GB   3-4 GB VRAM / best for CPU-only");
     // Each note has its row in the tables.
     for (const ModelVariant& each : all)
         EXPECT_EQ(each.display.find("显存"), std::string::npos) << each.display;
@@ -43,8 +42,8 @@ TEST(DownloadProgress, tellsWhatHasComeAndWhatIsLeft) {
     };
     for (const auto& [bytes, words] : rows) EXPECT_EQ(humanSize(bytes), words);
 
-    DownloadProgress progress;
-    progress = {DownloadStage::downloading, "a.gguf", 1 << 20, 4 << 20, 48 * 1024.0, "why"};
+    DownloadProgress progress{
+        DownloadStage::downloading, "a.gguf", 1 << 20, 4 << 20, 48 * 1024.0, "why"};
     EXPECT_EQ(progress.describe(), "a.gguf  1.0 MB / 4.0 MB  (25.0%)  48 KB/s  ~1 m 4 s left");
     progress.bytesPerSec = 0.5;
     EXPECT_EQ(progress.describe(), "a.gguf  1.0 MB / 4.0 MB  (25.0%)  ?/s");

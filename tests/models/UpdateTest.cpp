@@ -14,7 +14,6 @@ namespace zepho {
 namespace {
 
 using nlohmann::json;
-using test::countLogLines;
 
 constexpr const char* noneFound = "No Zephon release found on GitHub";
 
@@ -138,8 +137,6 @@ TEST(CheckForUpdate, asksTheListAndThenTheFeed) {
     const Answer feed{200, linkTo("zepho-macos-v0.2")};
     const Answer noFeed{503, "no"};
     EXPECT_EQ(check(list, noFeed).latest, "0.4.0");
-    EXPECT_EQ(countLogLines("update check via API: latest 0.4.0, running 0.3.26220, newer=true"),
-              1);
     EXPECT_EQ(seen.find("User-Agent")->second, "Zephon/0.3.26220");
     EXPECT_EQ(seen.find("Accept")->second, "application/vnd.github+json");
     EXPECT_EQ(seen.find("X-GitHub-Api-Version")->second, "2022-11-28");
@@ -155,9 +152,9 @@ TEST(CheckForUpdate, asksTheListAndThenTheFeed) {
         EXPECT_EQ(check(api, feed).latest, "0.2");
         EXPECT_EQ(check(api, noFeed).error, error);
     }
-    EXPECT_EQ(countLogLines("update check via atom: latest 0.2, running 0.3.26220, newer=false"),
-              5);
-    EXPECT_EQ(countLogLines("/api -> HTTP 403"), 2);
+    EXPECT_EQ(
+        test::countLogLines("update check via atom: latest 0.2, running 0.3.26220, newer=false"),
+        5);
     EXPECT_EQ(check({200, "[]"}, {200, ""}).error, noneFound);
     // More than anybody would send, and each would be an answer else.
     const std::string large(50'000'000, ' ');
@@ -165,9 +162,7 @@ TEST(CheckForUpdate, asksTheListAndThenTheFeed) {
 
     EXPECT_EQ(checkForUpdate({"no address", ""}).error, "bad url");
     const std::string nobody = "http://127.0.0.1:" + std::to_string(test::freePort());
-    const UpdateInfo refused = checkForUpdate({nobody, nobody});
-    EXPECT_FALSE(refused.ok);
-    EXPECT_EQ(countLogLines("GET " + nobody + " failed: " + refused.error), 2);
+    EXPECT_NE(checkForUpdate({nobody, nobody}).error, "");
 }
 
 }  // namespace
