@@ -24,7 +24,7 @@ TEST(ModelCatalog, listsWhatThereIsAndWhatIsInstalled) {
     EXPECT_EQ(findVariant("S2-PRO-Q6_K.GGUF")->sizeBytes, 4864050462);
     EXPECT_FALSE(findVariant("tokenizer.json"));
 
-    std::filesystem::remove_all(ZEPHOPaths::modelsDir());
+    std::filesystem::remove_all(ZEPHOPaths::dataRoot());
     EXPECT_TRUE(installedModels().empty());
     for (const char* name : {"b.gguf", "a.gguf", "B.gguf", "c.gguf.part", "d.GGUF", "e.json"})
         saveFileBytes(ZEPHOPaths::modelsDir() + name, asBytes("x"));
