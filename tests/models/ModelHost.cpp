@@ -11,28 +11,12 @@
 
 namespace zepho::test {
 
-void Gate::open() {
-    const std::lock_guard guard(lock);
-    isOpen = true;
-    // Within the lock: who waits may end the gate at once.
-    changed.notify_all();
-}
-
-void Gate::wait() {
-    std::unique_lock guard(lock);
-    changed.wait(guard, [this] { return isOpen; });
-}
-
-ModelHost::ModelHost(Handler handler) : server(std::make_unique<httplib::Server>()) {
-    run("http", std::move(handler));
-}
-
-ModelHost::ModelHost(Handler handler, const std::string& certificate, const std::string& key)
-    : server(std::make_unique<httplib::SSLServer>(certificate.c_str(), key.c_str())) {
-    run("https", std::move(handler));
-}
-
-void ModelHost::run(const std::string& scheme, Handler handler) {
+ModelHost::ModelHost(Handler handler, const std::string& certificate, const std::string& key) {
+    const bool secure = !certificate.empty();
+    if (secure)
+        server = std::make_unique<httplib::SSLServer>(certificate.c_str(), key.c_str());
+    else
+        server = std::make_unique<httplib::Server>();
     // One request a connection: a body without a length ends with the connection.
     server->set_keep_alive_max_count(1);
     server->Get(".*", [this, handler = std::move(handler)](const httplib::Request& request,
@@ -46,7 +30,7 @@ void ModelHost::run(const std::string& scheme, Handler handler) {
     });
     const int port = server->bind_to_any_port("127.0.0.1");
     if (port <= 0) throw std::runtime_error("the model host has no port");
-    place = scheme + "://127.0.0.1:" + std::to_string(port);
+    place = (secure ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port);
     thread = std::thread([this] { server->listen_after_bind(); });
     while (!server->is_running()) std::this_thread::yield();
 }
@@ -96,11 +80,6 @@ void RawPeer::endSending() {
 void RawPeer::waitUntilGone() {
     std::string unread(65536, '\0');
     while (::recv(fd, unread.data(), unread.size(), 0) > 0) continue;
-}
-
-void RawPeer::resetOnClose() {
-    const linger now{1, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &now, sizeof now);
 }
 
 RawHost::RawHost(std::function<void(RawPeer&)> told) : script(std::move(told)) {

@@ -2,7 +2,6 @@
 // ours), and one that breaks them (bare sockets, told byte by byte what to do).
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -22,8 +21,16 @@ namespace zepho::test {
 // A door that opens once.
 class Gate {
 public:
-    void open();
-    void wait();
+    void open() {
+        const std::lock_guard guard(lock);
+        isOpen = true;
+        // Within the lock: who waits may end the gate at once.
+        changed.notify_all();
+    }
+    void wait() {
+        std::unique_lock guard(lock);
+        changed.wait(guard, [this] { return isOpen; });
+    }
 
 private:
     std::mutex lock;
@@ -47,9 +54,9 @@ class ModelHost {
 public:
     using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
 
-    explicit ModelHost(Handler handler);
-    // Over TLS, with the certificate in these files.
-    ModelHost(Handler handler, const std::string& certificate, const std::string& key);
+    // Over TLS if there are files with a certificate and its key.
+    explicit ModelHost(Handler handler, const std::string& certificate = {},
+                       const std::string& key = {});
     ModelHost(const ModelHost&) = delete;
     ModelHost& operator=(const ModelHost&) = delete;
     ~ModelHost();
@@ -62,8 +69,6 @@ public:
     static Handler serving(std::string body);
 
 private:
-    void run(const std::string& scheme, Handler handler);
-
     std::string place;
     std::unique_ptr<httplib::Server> server;
     std::thread thread;
@@ -84,8 +89,6 @@ public:
     bool send(const std::string& bytes);
     void endSending();
     void waitUntilGone();
-    // Ends the connection with an error instead of an orderly end.
-    void resetOnClose();
 
 private:
     const int fd;
