@@ -127,10 +127,10 @@ void HttpServer::Session::received(const TcpReceived& event) {
 
 void HttpServer::Session::serve(const HttpHandler& toCall, ByteView unread, bool complete) {
     std::size_t used = 0;
-    // Asked before the body is copied.
+    // Asked before the body is copied; the buffer is given back where nothing is left in it.
     const std::size_t whole = progress.needed;
     if (whole > 0 && unread.size() >= whole &&
-        !memory.grow(buffer.capacity() + costOfHandling * whole))
+        !memory.grow(std::max(buffer.capacity(), costOfHandling * whole)))
         return connection.cancel();
     const auto parseNext = [&] { return parseRequest(unread.subspan(used), peer, progress); };
     while (auto parsed = workOn(unread.size(), parseNext)) {
