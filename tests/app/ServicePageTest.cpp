@@ -8,6 +8,8 @@
 #include "app/widgets/StatusDot.h"
 #include "core/models/ModelCatalog.h"
 #include "core/platform/Files.h"
+#include "core/platform/TaskQueue.h"
+#include "core/platform/Tcp.h"
 #include "tests/app/WindowFixture.h"
 
 namespace zepho::test {
@@ -105,16 +107,20 @@ TEST_F(ServicePageTest, TheModelMovesInTurnWithWhatElseRestartsTheEngine) {
     EXPECT_TRUE(state->service->modelUnloaded());
 }
 
-class NowhereToLoadFrom : public ServicePageTest {
+class SilentHost : public ServicePageTest {
 protected:
     void SetUp() override {
-        // Nobody listens on the discard port of this machine.
-        around.modelHost = around.modelMirror = "http://127.0.0.1:9";
+        // Connections are made there, and nothing comes.
+        around.modelHost = around.modelMirror = "http://127.0.0.1:" + std::to_string(host.port());
         ServicePageTest::SetUp();
     }
+
+private:
+    TaskQueue queue{"test.host"};
+    TcpListener host{queue, "127.0.0.1", 0};
 };
 
-TEST_F(NowhereToLoadFrom, OffersTheRecommendedModelUntilItIsThere) {
+TEST_F(SilentHost, OffersTheRecommendedModelUntilItIsThere) {
     EXPECT_EQ(named("quickModel")->text(), "一键下载推荐模型(4.53 GB)");
     named("quickModel")->click();
     EXPECT_EQ(answerMessage("OK").find("下载推荐模型 q6_k(4.53 GB)?\n\n"), 0U);

@@ -65,13 +65,14 @@ std::string word(const Config& config, const std::string& key) {
     return found == config.end() ? std::string() : found->second;
 }
 
-// A reader never sees half a file.
+// A reader never sees half a file, and another one of these in the same folder is not in the way.
 void writeWhole(const std::string& name, const std::string& content) {
+    const std::string fresh = name + "." + std::to_string(::getpid());
     {
-        std::ofstream file(name + ".new", std::ios::binary);
+        std::ofstream file(fresh, std::ios::binary);
         file << content;
     }
-    std::filesystem::rename(name + ".new", name);
+    std::filesystem::rename(fresh, name);
 }
 
 void sleepMs(int time) {
