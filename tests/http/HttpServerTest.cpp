@@ -100,11 +100,8 @@ TEST(HttpServerTest, PortsThatCannotBeUsedGiveAReason) {
     };
     const std::string begin = "port " + std::to_string(server->port()) +
                               " is already in use.\neither another Zephon is already";
-    for (const char* address : {"127.0.0.1", "0.0.0.0"}) {
-        const std::string message = failure(address, server->port());
-        EXPECT_TRUE(message.starts_with(begin)) << message;
-        EXPECT_EQ(std::count(message.begin(), message.end(), '\n'), 2);
-    }
+    for (const char* address : {"127.0.0.1", "0.0.0.0"})
+        EXPECT_TRUE(failure(address, server->port()).starts_with(begin)) << address;
     EXPECT_EQ(failure("", 65536), "bad port 65536");
     EXPECT_EQ(failure("", -1), "bad port -1");
     EXPECT_EQ(failure("no address", 0), "Invalid argument (no address)");
@@ -112,7 +109,7 @@ TEST(HttpServerTest, PortsThatCannotBeUsedGiveAReason) {
 
 TEST(HttpServerTest, ListensOnAllInterfacesAndNamesPeersInIpv4) {
     for (const char* address : {"", "0.0.0.0"}) {
-        const auto server = std::make_shared<HttpServer>(address, freePort(), echo);
+        const auto server = std::make_shared<HttpServer>(address, 0, echo);
         server->start();
         server->start();  // once more is nothing
         EXPECT_EQ(HttpClient(server->port()).request("GET", "/")->headers.at("x-peer"),

@@ -59,13 +59,6 @@ TEST(ClientJson, RefusesWhatNobodyHonestSends) {
         EXPECT_FALSE(Json::read(text, value)) << text.substr(0, 40);
 }
 
-TEST(ClientFormats, Base64AsInTheStandard) {
-    const std::pair<std::string, const char*> rows[] = {
-        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foobar", "Zm9vYmFy"}, {"\xff\xfe\xfb", "//77"}};
-    for (const auto& [text, encoded] : rows)
-        EXPECT_EQ(detail::base64(Bytes(text.begin(), text.end())), encoded);
-}
-
 // A program may have set a locale in which 1.25 is written 1,25 and 1000 is 1.000.
 TEST(ClientFormats, NumbersDoNotFollowTheLocale) {
     struct Comma : std::numpunct<char> {
