@@ -3,8 +3,15 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
+
+namespace httplib {
+class Server;
+struct Response;
+}  // namespace httplib
 
 namespace zepho::test {
 
@@ -18,6 +25,8 @@ struct HubFormPart {
     std::string fileName;
     std::string contentType;
     std::string content;
+
+    bool operator==(const HubFormPart&) const = default;
 };
 
 struct HubRequestSeen {
@@ -47,8 +56,16 @@ public:
     std::vector<HubRequestSeen> takeSeen();
 
 private:
-    struct Machine;
-    const std::unique_ptr<Machine> machine;
+    void handle(HubRequestSeen request, httplib::Response& response);
+
+    const std::unique_ptr<httplib::Server> server;
+    int port = 0;
+    std::thread thread;
+    // Guarded by lock.
+    std::mutex lock;
+    HubAnswer common;
+    std::map<std::string, HubAnswer> answers;  // of single operations
+    std::vector<HubRequestSeen> seen;
 };
 
 }  // namespace zepho::test

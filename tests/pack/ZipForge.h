@@ -18,9 +18,6 @@ struct ForgedEntry {
     std::uint32_t usize = 0;
     std::optional<std::uint32_t> csize = std::nullopt;   // in the directory
     std::optional<std::uint32_t> offset = std::nullopt;  // in the directory
-    std::string localExtra = {};
-    std::string directoryExtra = {};
-    std::string comment = {};
 };
 
 struct ForgedEnd {
@@ -31,7 +28,8 @@ struct ForgedEnd {
 
 Bytes forgeZip(const std::vector<ForgedEntry>& entries, const ForgedEnd& end = {});
 
-// A raw DEFLATE stream of `size` zero bytes in about a thousandth of that, made without a codec.
+// A raw DEFLATE stream of `size` zero bytes or a few more, in about a thousandth of that, made
+// without a codec.
 Bytes zeroBomb(std::uint64_t size);
 
 // Bytes that no codec can shrink, the same in every run.

@@ -11,11 +11,8 @@
 #include "tests/pack/ZipForge.h"
 #include "tests/support/TempDir.h"
 
-namespace zepho {
+namespace zepho::test {
 namespace {
-
-using test::forgeZip;
-using test::noise;
 
 template <class Action>
 std::string zipErrorOf(Action action) {
@@ -48,12 +45,11 @@ TEST(Inflate, GrowsBeyondAWrongClaimUpToItsBounds) {
     };
     EXPECT_EQ(inflated({}, 10), 0U);
     // A claim too low, right, and one that fills the first buffer short of the end.
-    const Bytes zeros = *deflate(Bytes(100000));
     for (const std::uint64_t claim : {0U, 50000U, 100000U, 300000U})
-        EXPECT_EQ(inflated(zeros, claim), 100000U) << claim;
+        EXPECT_EQ(inflated(*deflate(Bytes(100000, 0)), claim), 100000U) << claim;
     // 1024 doubled seven times holds 131072 bytes, and a full last buffer counts as growing.
-    EXPECT_EQ(inflated(test::zeroBomb(131071), 0), 131071U);
-    EXPECT_EQ(zipErrorOf([&] { inflated(test::zeroBomb(131072), 0); }),
+    EXPECT_EQ(inflated(*deflate(Bytes(131071, 0)), 0), 131071U);
+    EXPECT_EQ(zipErrorOf([&] { inflated(*deflate(Bytes(131072, 0)), 0); }),
               "corrupt zip: inflate output kept growing");
     Bytes cut = *deflate(noise(5000));
     cut.resize(cut.size() / 2);
@@ -68,23 +64,13 @@ TEST(ZipWriter, StoresWhatDoesNotShrinkAndReadsBack) {
     ZipWriter writer;
     for (const ZipEntry& entry : entries) writer.add(entry.name, entry.data);
     const Bytes archive = writer.finish();
-
-    // Methods as the directory tells them, in the order of adding.
-    std::vector<int> methods;
-    const std::size_t directory = zip::get32(&archive[archive.size() - 22 + 16]);
-    for (std::size_t at = directory; zip::get32(&archive[at]) == zip::directorySignature;
-         at += 46 + zip::get16(&archive[at + 28]))
-        methods.push_back(zip::get16(&archive[at + 10]));
-    EXPECT_EQ(methods, (std::vector<int>{8, 0, 0, 0, 0, 0}));
     EXPECT_EQ(zip::get16(&archive[6]), 0) << "no flags, for a name in UTF-8 neither";
     EXPECT_EQ(zip::get32(&archive[10]), 0U) << "no time";
-
     const ZipReader reader(archive);
     EXPECT_EQ(reader.names(), (std::vector<std::string>{"empty", "noise", "one", "空港/音声.wav"}));
     EXPECT_EQ(reader.read("空港/音声.wav"), text);
     EXPECT_EQ(reader.read("noise"), toBytes("later"));
-    EXPECT_EQ(reader.read("empty"), Bytes());
-    EXPECT_FALSE(reader.contains("One"));
+    EXPECT_TRUE(reader.read("empty").empty());
     EXPECT_EQ(readError(archive, "One"), "corrupt zip: no entry One");
 
     // Entries that were packed apart, and an archive that is taken out part by part, give the same.
@@ -92,7 +78,9 @@ TEST(ZipWriter, StoresWhatDoesNotShrinkAndReadsBack) {
     Bytes parts;
     Bytes part = toBytes("of something else");
     for (const ZipEntry& entry : entries) {
-        emptied.add(packEntry(entry));
+        const PackedEntry packed = packEntry(entry);
+        EXPECT_EQ(packed.method == zip::deflated, entry.data == text) << entry.name;
+        emptied.add(packed);
         if (entry.name == "one") continue;
         emptied.takeOut(part);
         appendBytes(parts, part);
@@ -101,7 +89,6 @@ TEST(ZipWriter, StoresWhatDoesNotShrinkAndReadsBack) {
     emptied.takeOut(part);
     appendBytes(parts, part);
     EXPECT_EQ(parts, archive);
-    EXPECT_EQ(ZipWriter().finish().size(), 22U);
 }
 
 // Only what deflate could not shrink anyhow goes without an attempt at it.
@@ -143,32 +130,26 @@ TEST(ZipReader, FindsTheEndRecordWithinReach) {
     EXPECT_TRUE(ZipReader(twice).names().empty());
 }
 
-TEST(ZipReader, TakesWhatOthersPutIntoHeaders) {
+TEST(ZipReader, TakesOddNamesAndWrongClaims) {
     const Bytes text = repeated("gate ", 300);
-    const Bytes archive = forgeZip({
-        {"extra", toBytes("plain"), 0, 5, {}, {}, "local extra", "another one", "comment"},
-        {"low claim", *deflate(text), 8, 3},
-        {"no claim", *deflate(text), 8, 0},
+    const ZipReader reader(forgeZip({
+        {"claim", *deflate(text), 8, 3},
         {"directory/", {}, 0, 0},
         {"broken \xff\xe3\x81 name", toBytes("n"), 0, 1},
         {"same", toBytes("first"), 0, 5},
         {"same", toBytes("second"), 0, 6},
-    });
-    const ZipReader reader(archive);
-    EXPECT_EQ(asText(reader.read("extra")), "plain");
-    EXPECT_EQ(reader.read("low claim"), text);
-    EXPECT_EQ(reader.read("no claim"), text);
+    }));
+    EXPECT_EQ(reader.read("claim"), text);
     EXPECT_FALSE(reader.contains("directory/"));
     EXPECT_EQ(asText(reader.read("same")), "second");
-    EXPECT_EQ(reader.names()[0].substr(0, 10), "broken \xEF\xBF\xBD");
+    EXPECT_TRUE(reader.names()[0].starts_with("broken \xEF\xBF\xBD"));
     EXPECT_EQ(asText(reader.read(reader.names()[0])), "n");
-    EXPECT_NO_THROW(reader.refuseBombs(10000));
 }
 
 TEST(ZipReader, RefusesDamageWithItsText) {
-    const test::ForgedEntry good{"a", toBytes("data"), 0, 4};
+    const ForgedEntry good{"a", toBytes("data"), 0, 4};
     const auto with = [&](auto change) {
-        test::ForgedEntry entry = good;
+        ForgedEntry entry = good;
         change(entry);
         return forgeZip({entry});
     };
@@ -199,7 +180,7 @@ TEST(ZipReader, RefusesDamageWithItsText) {
 
 TEST(ZipReader, RefusesBombsBeforeTheyBurst) {
     // A true claim, a lie, and a claim of the most that the field holds.
-    const Bytes stream = test::zeroBomb(std::uint64_t{600} << 20);
+    const Bytes stream = zeroBomb(std::uint64_t{600} << 20);
     const auto bomb = [&](std::uint32_t claim) { return forgeZip({{"b", stream, 8, claim}}); };
     const std::string growing = "corrupt zip: inflate output kept growing";
     EXPECT_EQ(readError(bomb(1), "b"), growing);
@@ -220,7 +201,7 @@ TEST(ZipReader, RefusesBombsBeforeTheyBurst) {
 
     // Entries over each other could be read many times each.
     const Bytes inner = forgeZip({{"inner", toBytes("data"), 0, 4}});
-    const std::vector<test::ForgedEntry> nested{
+    const std::vector<ForgedEntry> nested{
         {"outer", inner, 0, static_cast<std::uint32_t>(inner.size())}, {"inner", {}, 0, 4, 4, 35}};
     EXPECT_EQ(asText(ZipReader(forgeZip(nested)).read("inner")), "data");
     EXPECT_EQ(zipErrorOf([&] { ZipReader(forgeZip(nested)).refuseBombs(512U << 20); }),
@@ -239,58 +220,47 @@ assert (archive.read(entry), entry.create_version, entry.flag_bits) == (b'named'
 
 constexpr std::string_view packAudio = R"py(
 import glob, sys, zipfile
-archive = zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED)
-for name in sorted(glob.glob('audio/clip*')):
+archive = zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED, strict_timestamps=False)
+named = zipfile.ZipInfo('audio/\u97f3.wav')
+named.comment = b'of this entry'
+archive.writestr(named, b'named')
+for name in glob.glob('audio/clip*'):
     archive.write(name)
 archive.writestr('audio/empty.txt', b'', zipfile.ZIP_STORED)
-archive.writestr('audio/\u97f3.wav', b'named')
 )py";
 
-class ForeignToolsTest : public testing::Test {
-protected:
-    void SetUp() override {
-        for (int i = 0; i < 6; ++i) {
-            const std::string name = "audio/clip-" + std::to_string(i) + ".wav";
-            files.push_back({name, i % 2 == 0 ? repeated("PCM" + std::to_string(i), 3000 + i)
-                                              : noise(2000, static_cast<std::uint32_t>(i))});
-        }
-        files.push_back({"audio/empty.txt", {}});
-    }
-    [[nodiscard]] bool run(const std::string& command) const {
+TEST(ForeignTools, ReadWhatWeWriteAndWriteWhatWeRead) {
+    const TempDir dir;
+    const auto run = [&](const std::string& command) {
         return std::system(("cd " + dir.path() + " && (" + command + ") >output").c_str()) == 0;
-    }
-    [[nodiscard]] bool runPython(std::string_view script, const std::string& argument) const {
+    };
+    const auto runPython = [&](std::string_view script, const std::string& argument) {
         saveFileBytes(dir.file("script.py"), asBytes(script));
         return run(ZEPHO_PYTHON " script.py " + argument);
+    };
+    std::vector<ZipEntry> files{{"audio/empty.txt", {}}};
+    for (int i = 0; i < 3; ++i) {
+        const std::string name = "audio/clip-" + std::to_string(i);
+        files.push_back({name + ".wav", repeated("PCM" + std::to_string(i), 3000 + i)});
+        files.push_back({name + ".mp3", noise(2000, static_cast<std::uint32_t>(i))});
     }
-
-    test::TempDir dir;
-    std::vector<ZipEntry> files;
-};
-
-TEST_F(ForeignToolsTest, ReadWhatWeWrite) {
     ZipWriter writer;
     for (const ZipEntry& file : files) writer.add(file.name, file.data);
     saveFileBytes(dir.file("ours.cln"), writer.finish());
     for (const std::string command :
-         {ZEPHO_UNZIP " -t ours.cln", ZEPHO_UNZIP " -q ours.cln -d out", ZEPHO_ZIP " -T ours.cln"})
+         {ZEPHO_UNZIP " -t ours.cln", ZEPHO_UNZIP " -q ours.cln", ZEPHO_ZIP " -T ours.cln"})
         EXPECT_TRUE(run(command)) << command;
     for (const ZipEntry& file : files)
-        EXPECT_EQ(loadFileBytes(dir.file("out/" + file.name)), file.data) << file.name;
-
+        EXPECT_EQ(loadFileBytes(dir.file(file.name)), file.data) << file.name;
     ZipWriter named;
     named.add("audio/音声-①.wav", asBytes("named"));
     saveFileBytes(dir.file("named.cln"), named.finish());
     EXPECT_TRUE(runPython(checkFirstEntry, "named.cln"));
-}
 
-TEST_F(ForeignToolsTest, WriteWhatWeRead) {
-    for (const ZipEntry& file : files) saveFileBytes(dir.file(file.name), file.data);
     const std::pair<std::string, bool> archives[] = {
         {"deflated.zip", run(ZEPHO_ZIP " -q -6 -r deflated.zip audio")},
         {"comment.zip", run("echo comment | " ZEPHO_ZIP " -q -0 -z -r comment.zip audio")},
         {"sizes-behind.zip", run(ZEPHO_ZIP " -q -r - audio | cat >sizes-behind.zip")},
-        {"best.zip", run(ZEPHO_ZIP " -q -9 -r best.zip audio")},
         {"seven.zip", run(ZEPHO_7Z " a -tzip -bd seven.zip audio")},
         {"python.zip", runPython(packAudio, "python.zip")},
     };
@@ -305,4 +275,4 @@ TEST_F(ForeignToolsTest, WriteWhatWeRead) {
 }
 
 }  // namespace
-}  // namespace zepho
+}  // namespace zepho::test

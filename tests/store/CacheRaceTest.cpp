@@ -6,13 +6,9 @@
 #include <utility>
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include "core/platform/Files.h"
 #include "tests/store/CacheTestSupport.h"
-#include "tests/support/TempDir.h"
 
 namespace {
 

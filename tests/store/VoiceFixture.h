@@ -20,20 +20,18 @@
 namespace zepho::test {
 
 // A tone, so that cuts and joints show in the samples.
-inline PcmBuffer tone(int rate, std::int64_t samples, double hertz = 3) {
+inline Bytes wavOf(int rate, std::int64_t ms, int channels = 1) {
     PcmBuffer pcm;
     pcm.sampleRate = rate;
-    for (std::int64_t i = 0; i < samples; ++i)
-        pcm.data.push_back(0.5F * static_cast<float>(std::sin(hertz * static_cast<double>(i) / 9)));
-    return pcm;
+    for (std::int64_t i = 0; i < rate * ms / 1000; ++i)
+        pcm.data.push_back(0.5F * static_cast<float>(std::sin(static_cast<double>(i) / 3)));
+    return buildWav(pcm, channels);
 }
 
-inline Bytes wavOf(int rate, std::int64_t ms, int channels = 1, double hertz = 3) {
-    return buildWav(tone(rate, rate * ms / 1000, hertz), channels);
-}
+using Lines = std::vector<std::string>;
 
-inline std::vector<std::string> logged(LogLevel level) {
-    std::vector<std::string> lines;
+inline Lines logged(LogLevel level) {
+    Lines lines;
     for (const LogEntry& entry : AppLog::snapshot())
         if (entry.level == level && entry.source == "voices") lines.push_back(entry.text);
     return lines;
@@ -46,11 +44,9 @@ protected:
     [[nodiscard]] std::string voicesFile() const { return dir.file("data/voices.json"); }
     [[nodiscard]] std::string clips() const { return dir.file("clone/"); }
 
-    void writeVoicesFile(std::string_view text) const {
-        saveFileBytes(voicesFile(), asBytes(text));
-    }
-    [[nodiscard]] std::string readVoicesFile() const {
-        return std::string(asText(loadFileBytes(voicesFile()).value_or(Bytes())));
+    void loadVoices(std::string_view file) {
+        saveFileBytes(voicesFile(), asBytes(file));
+        library.load();
     }
 
     static VoiceCloneSpec specOf(Bytes audio, std::string text, std::string display = "Voice") {

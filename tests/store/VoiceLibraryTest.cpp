@@ -11,28 +11,25 @@
 namespace zepho::test {
 namespace {
 
-class VoiceLibraryTest : public VoiceFixture {};
+class VoiceLibraryTest : public VoiceFixture {
+protected:
+    TtsError refusalOf(const VoiceCloneSpec& spec) {
+        return errorOf([&] { library.addClone(spec); });
+    }
+};
 
 TEST_F(VoiceLibraryTest, CloneIsNamedAndSeededByItsContent) {
     VoiceCloneSpec spec = specOf(buildWav(PcmBuffer::silence(8000, 5000), 1), " hello\n", "  ");
-    spec.language = "zh-CN";
     spec.style = " calm ";
     spec.note = " kept ";
     // These were worked out with sha256sum and plain arithmetic.
-    const std::string expected =
-        "5CCC6EA77499FC2640A45E65B4901737952304F875ACB037A0B2427685085D23|hello\n";
-    EXPECT_EQ(VoiceLibrary::contentKey(spec), expected);
-    EXPECT_EQ(library.predictId(spec), "v-f43de0c65d88");
     const VoiceInfo first = library.addClone(spec);
     EXPECT_EQ(first.id, "v-f43de0c65d88");
     EXPECT_EQ(first.seed, 2129746363);
     EXPECT_EQ(first.display, first.id);
-    EXPECT_EQ(first.language, "zh");
-    EXPECT_EQ(first.style, "calm");
-    EXPECT_EQ(first.note, " kept ");
+    EXPECT_EQ(first.style + first.note, "calm kept ");
     EXPECT_EQ(first.clips.at(0).fileName, "v-f43de0c65d88-0.wav");
     EXPECT_EQ(first.clips.at(0).text, "hello");
-    EXPECT_EQ(loadFileBytes(clips() + "v-f43de0c65d88-0.wav"), spec.clips[0].audio);
 
     spec.display = " Other ";
     const VoiceInfo second = library.addClone(spec);
@@ -40,25 +37,22 @@ TEST_F(VoiceLibraryTest, CloneIsNamedAndSeededByItsContent) {
     EXPECT_EQ(second.seed, 7450555);
     EXPECT_EQ(second.display, "Other");
     EXPECT_EQ(library.addClone(spec).id, "v-f43de0c65d88-2");
-    EXPECT_EQ(library.predictId(spec), "v-f43de0c65d88-3");
     // The lowest suffix that is free, however far the voices had come.
     EXPECT_TRUE(library.remove(second.id));
     EXPECT_EQ(library.addClone(spec).id, second.id);
     EXPECT_EQ(library.predictId(spec), "v-f43de0c65d88-3");
     // The order of the clips counts, and blanks within a text.
-    spec.clips.push_back({toBytes("two"), "c"});
-    const std::string pair = VoiceLibrary::contentKey(spec);
+    spec.clips.push_back({toBytes("two"), "a b"});
+    const std::string pair = library.predictId(spec);
+    spec.clips[1].text = "a  b";
+    EXPECT_NE(library.predictId(spec), pair);
+    spec.clips[1].text = "a b";
     std::swap(spec.clips[0], spec.clips[1]);
-    EXPECT_NE(VoiceLibrary::contentKey(spec), pair);
-    EXPECT_NE(VoiceLibrary::contentKey(specOf(toBytes("one"), "a  b")),
-              VoiceLibrary::contentKey(specOf(toBytes("one"), "a b")));
+    EXPECT_NE(library.predictId(spec), pair);
 }
 
-TEST_F(VoiceLibraryTest, ClipLengthDecidesRefusalAndWarning) {
-    EXPECT_EQ(errorOf([&] { library.addClone(specOf(wavOf(8000, 999), "text")); }).message,
-              "the reference clip is only 999 ms, too short (the vendor recommends 5-30 s)");
+TEST_F(VoiceLibraryTest, WarnsOfClipsThatServeBadly) {
     const std::string unstable = " s; the official guidance is 5-30 s, cloning may be unstable";
-    using Lines = std::vector<std::string>;
     const std::pair<std::int64_t, Lines> cases[] = {
         {1000, {"reference audio is only 1.0" + unstable}},
         {4999, {"reference audio is only 5.0" + unstable}},
@@ -87,11 +81,7 @@ TEST_F(VoiceLibraryTest, ClipLengthDecidesRefusalAndWarning) {
 }
 
 TEST_F(VoiceLibraryTest, RefusesWhatIsNoReference) {
-    const Bytes opus = encodeOpus(wavOf(48000, 5000));
-    const struct {
-        VoiceCloneSpec spec;
-        std::string message;
-    } cases[] = {
+    const std::pair<VoiceCloneSpec, std::string> cases[] = {
         {{}, "cloning needs at least one reference clip"},
         {specOf({}, "text"), "this clip has no audio data"},
         {specOf(toBytes("junk"), " \n\t"),
@@ -99,29 +89,28 @@ TEST_F(VoiceLibraryTest, RefusesWhatIsNoReference) {
          "mandatory)"},
         {specOf(toBytes("junk, and no audio"), "text"),
          "this audio does not look like WAV, MP3 or Ogg"},
+        {specOf(wavOf(8000, 999), "text"),
+         "the reference clip is only 999 ms, too short (the vendor recommends 5-30 s)"},
         {specOf(toBytes("OggS and then nothing"), "text"), *oggResultText(OggResult::failed)},
-        {specOf(opus, "text"), *oggResultText(OggResult::opus)},
+        {specOf(encodeOpus(wavOf(48000, 5000)), "text"), *oggResultText(OggResult::opus)},
     };
     for (const auto& [spec, message] : cases) {
-        const TtsError error = errorOf([&, &refused = spec] { library.addClone(refused); });
+        const TtsError error = refusalOf(spec);
         EXPECT_EQ(error.code, TtsErrorCode::badAudio);
         EXPECT_EQ(error.message, message);
     }
-    EXPECT_EQ(library.count(), 0U);
     EXPECT_FALSE(fileExists(voicesFile()));
-
     // A failure at the second clip leaves the list alone; the first clip stays behind.
     VoiceCloneSpec two = specOf(wavOf(8000, 5000), "text");
     two.clips.push_back({wavOf(8000, 10), "text"});
-    errorOf([&] { library.addClone(two); });
-    EXPECT_EQ(library.count(), 0U);
+    refusalOf(two);
     EXPECT_TRUE(fileExists(clips() + library.predictId(two) + "-0.wav"));
 
     std::filesystem::remove_all(clips());
     saveFileBytes(dir.file("clone"), asBytes("a file where the directory should be"));
-    const TtsError error = errorOf([&] { library.addClone(specOf(wavOf(8000, 5000), "text")); });
+    const TtsError error = refusalOf(specOf(wavOf(8000, 5000), "text"));
     EXPECT_EQ(error.code, TtsErrorCode::cloneFailed);
-    EXPECT_EQ(error.message.rfind("cannot save the reference audio: ", 0), 0U) << error.message;
+    EXPECT_TRUE(error.message.starts_with("cannot save the reference audio: ")) << error.message;
     EXPECT_EQ(library.count(), 0U);
 }
 
@@ -131,7 +120,7 @@ TEST_F(VoiceLibraryTest, ClipsAndVoicesAreAddedAndRemoved) {
                   library.addClip(" nobody", {{}, ""});
               }).message,
               "no such voice:  nobody");
-    for (const int index : {5, -1}) EXPECT_FALSE(library.removeClip(voice.id, index));
+    for (const int index : {5, 1, -1}) EXPECT_FALSE(library.removeClip(voice.id, index));
     EXPECT_FALSE(library.removeClip("nobody", 0));
     EXPECT_FALSE(library.remove("nobody"));
     EXPECT_EQ(errorOf([&] { library.removeClip(voice.id, 0); }).message,
@@ -147,9 +136,8 @@ TEST_F(VoiceLibraryTest, ClipsAndVoicesAreAddedAndRemoved) {
     // The number of clips names the next file, and here takes over a name in use.
     const VoiceInfo again = library.addClip(voice.id, {wavOf(8000, 8000), "four"});
     EXPECT_EQ(again.clips[1].fileName, again.clips[2].fileName);
-    VoiceLibrary reader(config, voicesFile(), clips());
-    reader.load();
-    EXPECT_EQ(reader.find(voice.id)->clips.at(2).durationMs, 8000);
+    library.load();
+    EXPECT_EQ(library.find(voice.id)->clips.at(2).durationMs, 8000);
 
     config.setAirlineVoice("CA", "zh", TtsGender::female, uppercased(voice.id));
     config.setDefaultVoice("", TtsGender::auto_, voice.id);
@@ -160,22 +148,20 @@ TEST_F(VoiceLibraryTest, ClipsAndVoicesAreAddedAndRemoved) {
     saved.load();
     EXPECT_TRUE(saved.airlinesSnapshot().empty());
     EXPECT_EQ(saved.defaultsSnapshot(), (std::vector<Binding>{{"zh:default", "other"}}));
-    reader.load();
-    EXPECT_EQ(reader.count(), 0U);
+    library.load();
+    EXPECT_EQ(library.count(), 0U);
 }
 
 TEST_F(VoiceLibraryTest, FirstMatchWinsWithoutRegardToCase) {
-    writeVoicesFile(R"({"voices":[
+    loadVoices(R"({"voices":[
         {"id":"Ab","display":"Ångström","language":"zh"},
         {"id":"aB","display":"second","language":"zh"},
         {"id":"c","display":"SECOND"}]})");
-    library.load();
     EXPECT_EQ(library.find(" AB\n")->display, "Ångström");
     EXPECT_EQ(library.findByDisplay(" åNGSTRÖM ")->id, "Ab");
     EXPECT_EQ(library.findByDisplay("Second")->id, "aB");
     EXPECT_FALSE(library.find(""));
     EXPECT_EQ(library.forLanguage("zh").size(), 2U);
-    EXPECT_EQ(library.forLanguage("").size(), 3U);
 
     VoiceInfo changed = *library.find("ab");
     changed.id = "AB";
@@ -185,12 +171,9 @@ TEST_F(VoiceLibraryTest, FirstMatchWinsWithoutRegardToCase) {
     library.update(changed);
     EXPECT_EQ(library.count(), 3U);
     EXPECT_FALSE(library.findByDisplay("ångström"));
-    EXPECT_EQ(library.findByDisplay("RENAMED")->id, "AB");
-    EXPECT_FALSE(library.findAlike("ångström", "zh", TtsGender::auto_));
-    EXPECT_EQ(library.findAlike("RENAMED", "zh", TtsGender::auto_)->id, "AB");
-    EXPECT_FALSE(library.findAlike("second", "ja", TtsGender::auto_));
-    EXPECT_EQ(library.findAlike("second", "", TtsGender::auto_)->id, "c");
-    EXPECT_FALSE(library.findAlike("second", "zh", TtsGender::male));
+    constexpr auto any = TtsGender::auto_;
+    EXPECT_EQ(library.findAlike("RENAMED", "zh", any)->id, "AB");
+    EXPECT_EQ(library.findAlike("second", "", any)->id, "c");
     // With the first one gone the second of the same id is the voice, and later ones are still found.
     EXPECT_TRUE(library.remove("ab"));
     EXPECT_EQ(library.find("ab")->display, "second");
@@ -200,22 +183,15 @@ TEST_F(VoiceLibraryTest, FirstMatchWinsWithoutRegardToCase) {
 }
 
 TEST_F(VoiceLibraryTest, NamesFromOutsideNeverLeadOutOfTheClipDirectory) {
-    saveFileBytes(dir.file("victim.wav"), wavOf(8000, 5000));
-    saveFileBytes(clips() + "sub/victim.wav", wavOf(8000, 5000));
-    writeVoicesFile(R"({"voices":[
+    const std::string victims[] = {dir.file("victim.wav"), clips() + "sub/victim.wav"};
+    for (const std::string& victim : victims) saveFileBytes(victim, wavOf(8000, 5000));
+    loadVoices(R"({"voices":[
         {"id":"a","clips":[{"file":"../victim.wav","text":"x"}]},
         {"id":"b","clips":[{"file":"sub/victim.wav","text":"x"},{"file":"..","text":"x"}]},
         {"id":"c","refAudio":")" +
-                    dir.file("victim.wav") + R"("},
-        {"id":"../d","clips":[{"file":"none.wav","text":"x"}]}]})");
-    library.load();
-    ASSERT_EQ(library.count(), 4U);
-    for (const VoiceInfo& voice : library.all()) {
-        if (voice.id.front() != '.') {
-            for (const VoiceClip& clip : voice.clips) EXPECT_EQ(library.clipPath(clip), "");
-        }
+               victims[0] + R"("},{"id":"../d","clips":[{"file":"none.wav","text":"x"}]}]})");
+    for (const VoiceInfo& voice : library.all())
         EXPECT_FALSE(library.referenceAudio(voice)) << voice.id;
-    }
     EXPECT_EQ(logged(LogLevel::warn).front(), "cannot read reference audio (../victim.wav)");
     EXPECT_EQ(errorOf([&] {
                   library.addClip("../d", {wavOf(8000, 5000), "x"});
@@ -224,8 +200,7 @@ TEST_F(VoiceLibraryTest, NamesFromOutsideNeverLeadOutOfTheClipDirectory) {
     EXPECT_FALSE(fileExists(dir.file("d-1.wav")));
     EXPECT_TRUE(library.removeClip("b", 0));
     for (const char* id : {"a", "b", "c", "../d"}) EXPECT_TRUE(library.remove(id));
-    EXPECT_TRUE(fileExists(dir.file("victim.wav")));
-    EXPECT_TRUE(fileExists(clips() + "sub/victim.wav"));
+    for (const std::string& victim : victims) EXPECT_TRUE(fileExists(victim));
 }
 
 TEST_F(VoiceLibraryTest, DamagedFilesLeaveAnEmptyLibrary) {
@@ -234,59 +209,43 @@ TEST_F(VoiceLibraryTest, DamagedFilesLeaveAnEmptyLibrary) {
         library.load();
         return library.count();
     };
-    writeVoicesFile(R"({"voices":[{"id":"a"},{"id":""},7,{"display":"nameless"}]})");
-    EXPECT_EQ(reload(), 1U);
-    for (const char* text : {"", "[]", "{\"voices\":["}) {
-        writeVoicesFile(text);
+    // Writes that were killed are swept; no process has a number as high as the first one's.
+    const std::string killed = clips() + "v-1-0.wav.zepho-tmp-2147483646-0";
+    const std::string living = clips() + "v-1-0.wav.zepho-tmp-" + std::to_string(::getpid()) + "-9";
+    for (const std::string& path : {killed, living}) saveFileBytes(path, asBytes("half"));
+    loadVoices(R"({"voices":[{"id":"a"},{"id":""},7,{"display":"nameless"}]})");
+    EXPECT_EQ(library.count(), 1U);
+    EXPECT_FALSE(fileExists(killed));
+    EXPECT_TRUE(fileExists(living));
+    for (const std::string text : {"", "[]", "{\"voices\":[", "{}", R"({"voices":{}})"}) {
+        saveFileBytes(voicesFile(), asBytes(text));
         EXPECT_EQ(reload(), 0U) << text;
+        const bool isObject = text.ends_with('}');
         EXPECT_EQ(
             logged(LogLevel::warn),
-            (std::vector<std::string>{"voice library is not valid JSON, treating it as empty"}));
-        EXPECT_EQ(readVoicesFile(), text);
-    }
-    for (const char* text : {"{}", R"({"voices":{}})"}) {
-        writeVoicesFile(text);
-        EXPECT_EQ(reload(), 0U) << text;
-        EXPECT_TRUE(AppLog::snapshot().empty());
+            isObject ? Lines{} : Lines{"voice library is not valid JSON, treating it as empty"});
+        EXPECT_EQ(asText(*loadFileBytes(voicesFile())), text);
     }
     // Nor does one pass for missing of which the system does not even tell whether it is there.
     std::filesystem::remove(voicesFile());
     std::filesystem::create_symlink(voicesFile(), voicesFile());
     EXPECT_EQ(reload(), 0U);
-    EXPECT_EQ(logged(LogLevel::error), (std::vector<std::string>{"cannot read the voice library"}));
+    EXPECT_EQ(logged(LogLevel::error).size(), 1U);
     std::filesystem::remove(voicesFile());
     std::filesystem::create_directory(voicesFile());
     EXPECT_EQ(reload(), 0U);
-    EXPECT_EQ(logged(LogLevel::error), (std::vector<std::string>{"cannot read the voice library"}));
+    EXPECT_EQ(logged(LogLevel::error), Lines{"cannot read the voice library"});
     // Nor can it be written: logged, and the list in memory goes on.
     library.addClone(specOf(wavOf(8000, 5000), "text"));
     EXPECT_EQ(library.count(), 1U);
-    EXPECT_EQ(logged(LogLevel::error).back().rfind("cannot write the voice library: ", 0), 0U);
-}
-
-TEST_F(VoiceLibraryTest, WritesThatWereKilledAreSweptAtTheLoad) {
-    // No process has a number as high as the first one's.
-    const std::string dead = clips() + "v-1-0.wav.zepho-tmp-2147483646-0";
-    const std::string living = clips() + "v-1-0.wav.zepho-tmp-" + std::to_string(::getpid()) + "-9";
-    saveFileBytes(dead, asBytes("half"));
-    saveFileBytes(living, asBytes("half"));
-    library.load();
-    EXPECT_FALSE(fileExists(dead));
-    EXPECT_TRUE(fileExists(living));
+    EXPECT_TRUE(logged(LogLevel::error).back().starts_with("cannot write the voice library: "));
 }
 
 TEST_F(VoiceLibraryTest, NewestListReachesTheDiskWhoeverSaves) {
     constexpr int writerCount = 4;
     std::string text = R"({"voices":[{"id":"0"},{"id":"1"},{"id":"2"},{"id":"3"})";
     for (int i = 0; i < 300; ++i) text += R"(,{"id":"more)" + std::to_string(i) + "\"}";
-    writeVoicesFile(text + "]}");
-    library.load();
-    const auto told = [](const VoiceLibrary& from) {
-        std::string all;
-        for (const VoiceInfo& voice : from.all())
-            all += voice.id + " " + voice.note + " " + std::to_string(voice.clips.size()) + "\n";
-        return all;
-    };
+    loadVoices(text + "]}");
     for (int round = 0; round < 25; ++round) {
         std::barrier start(writerCount);
         std::vector<std::thread> writers;
@@ -304,12 +263,12 @@ TEST_F(VoiceLibraryTest, NewestListReachesTheDiskWhoeverSaves) {
                 (void)library.resolve(TtsRequest::make("x", "zh", TtsGender::male, 1));
             });
         for (std::thread& writer : writers) writer.join();
-        // Every change has returned, so the file must hold all of them.
-        VoiceLibrary onDisk(config, voicesFile(), clips());
-        onDisk.load();
-        ASSERT_EQ(told(onDisk), told(library));
+        // Every change has returned, so the file must hold all of them already.
+        const auto onDisk = loadFileBytes(voicesFile());
+        library.save();
+        ASSERT_EQ(loadFileBytes(voicesFile()), onDisk);
         for (int writer = 0; writer < writerCount; ++writer)
-            ASSERT_EQ(onDisk.find(std::to_string(writer))->note, std::to_string(round));
+            ASSERT_EQ(library.find(std::to_string(writer))->note, std::to_string(round));
     }
     EXPECT_EQ(library.count(), 304U + 2 * 5);
 }

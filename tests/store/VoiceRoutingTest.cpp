@@ -1,19 +1,14 @@
-#include <array>
-
-#include "core/base/Text.h"
 #include "tests/store/VoiceFixture.h"
 
 namespace zepho::test {
 namespace {
 
+constexpr auto any = TtsGender::auto_;
+constexpr auto female = TtsGender::female;
+constexpr auto male = TtsGender::male;
+
 class VoiceRoutingTest : public VoiceFixture {
 protected:
-    void addVoice(const std::string& id) {
-        present += (present.empty() ? "" : ",") + ("{\"id\":\"" + id + "\"}");
-        writeVoicesFile("{\"voices\":[" + present + "]}");
-        library.load();
-    }
-
     std::string idFor(const std::string& airline, const std::string& language, TtsGender gender) {
         TtsRequest request;
         request.airline = airline;
@@ -23,102 +18,64 @@ protected:
         EXPECT_FALSE(found.explicit_);
         return found.voice ? found.voice->id : "";
     }
-
-    std::string present;
 };
 
-constexpr auto any = TtsGender::auto_;
-constexpr auto female = TtsGender::female;
-constexpr auto male = TtsGender::male;
-
-TEST_F(VoiceRoutingTest, ExplicitVoiceNeverFallsBack) {
-    addVoice("Own");
+TEST_F(VoiceRoutingTest, VoiceThatIsGoneIsAnErrorWhereNamedAndLoggedWhereBound) {
+    loadVoices(R"({"voices":[{"id":"Own"}]})");
     config.setDefaultVoice("", any, "Own");
     TtsRequest request;
     request.voiceId = " own ";
-    const ResolvedVoice found = library.resolve(request);
-    EXPECT_TRUE(found.explicit_);
-    EXPECT_EQ(found.voice->id, "Own");
+    EXPECT_TRUE(library.resolve(request).explicit_);
+    EXPECT_EQ(library.resolve(request).voice->id, "Own");
     request.voiceId = "gone";
     const TtsError error = errorOf([&] { (void)library.resolve(request); });
     EXPECT_EQ(error.code, TtsErrorCode::badVoice);
     EXPECT_EQ(error.message, "没有这个音色:gone");
-}
 
-TEST_F(VoiceRoutingTest, VanishedVoiceIsLoggedAndTheBindingStays) {
-    config.setAirlineVoice("CA", "", any, "gone");
-    EXPECT_EQ(idFor("CA", "zh", female), "");
-    EXPECT_EQ(logged(LogLevel::warn),
-              (std::vector<std::string>{"the voice a binding points at is gone: gone"}));
+    config.setAirlineVoice("CA", "zh", female, "gone");
+    config.setAirlineVoice("CA", "", any, "Own");
     AppLog::clear();
-    EXPECT_EQ(library.availableGenders("CA", "zh"), (std::set<TtsGender>{any}));
-    EXPECT_EQ(idFor("CA", "", any).size() + idFor("MU", "", any).size(), 0U);
-    EXPECT_EQ(logged(LogLevel::warn).size(), 1U);  // nothing is said where nothing is bound
-    EXPECT_EQ(config.airlinesSnapshot().size(), 1U);
+    EXPECT_EQ(library.availableGenders("CA", "zh-CN"), (std::set{any, male}));
+    EXPECT_EQ(library.availableGenders("MU", "zh"), std::set{any});
+    EXPECT_EQ(idFor("MU", "zh", female), "");
+    EXPECT_TRUE(logged(LogLevel::warn).empty()) << "nothing is said where nothing is bound";
+    EXPECT_EQ(idFor("CA", "zh", female), "");
+    EXPECT_EQ(logged(LogLevel::warn), Lines{"the voice a binding points at is gone: gone"});
+    EXPECT_EQ(config.airlinesSnapshot().size(), 2U);
 }
 
-struct Bound {
-    std::string airline;  // empty for the default table
-    std::string language;
-    TtsGender gender = any;
-    std::string id;
-};
-
-// The best binding by a score, found by looking at every one of them.
-std::string bestByScore(const std::vector<Bound>& bindings, const std::string& airline,
-                        const std::string& language, TtsGender gender) {
-    int best = -1;
-    std::string id;
-    for (const Bound& binding : bindings) {
-        const bool exactLanguage = binding.language == language;
-        const bool exactGender = binding.gender == gender;
-        if (binding.airline != airline) continue;
-        if (!exactLanguage && !binding.language.empty()) continue;
-        if (!exactGender && binding.gender != any) continue;
-        const int score = (exactLanguage ? 2 : 0) + (exactGender ? 1 : 0);
-        if (score > best) id = binding.id;
-        best = std::max(best, score);
-    }
-    return id;
-}
-
-TEST_F(VoiceRoutingTest, EveryTableGivesTheBestBinding) {
-    constexpr std::array genders{any, female, male};
-    const std::array<std::string, 3> languages{"", "zh", "ja"};
-    const std::array<std::string, 4> asked{"", "auto", "zh-CN", "en"};
-    // Every third binding leads to a voice that is not there.
-    for (int i = 0; i < 18; ++i)
-        if (i % 3 != 2) addVoice("v" + std::to_string(i));
-    for (unsigned pattern = 0; pattern < 512; ++pattern) {
-        const unsigned bits = pattern | ((pattern * 37 + 11) % 512) << 9;
-        std::vector<Bound> bindings;
-        config.reset();
-        for (unsigned i = 0; i < 18; ++i) {
-            if ((bits >> i & 1) == 0) continue;
-            const Bound binding{i < 9 ? "CA" : "", languages.at(i / 3 % 3), genders.at(i % 3),
-                                "v" + std::to_string((i * 7 + 1) % 18)};
-            bindings.push_back(binding);
-            if (i < 9)
-                config.setAirlineVoice("CA", binding.language, binding.gender, binding.id);
-            else
-                config.setDefaultVoice(binding.language, binding.gender, binding.id);
-        }
-        // Blanks are an airline, if one without bindings.
-        for (const char* airline : {"CA", "", "MU", " "}) {
-            for (const std::string& language : asked) {
-                std::set<TtsGender> resolvable;
-                for (const TtsGender gender : genders) {
-                    const std::string spoken = normLang(language);
-                    std::string expected = bestByScore(bindings, airline, spoken, gender);
-                    if (!expected.empty() && std::stoi(expected.substr(1)) % 3 == 2) expected = "";
-                    if (!expected.empty()) resolvable.insert(gender);
-                    ASSERT_EQ(idFor(airline, language, gender), expected)
-                        << "bindings " << bits << " for " << airline << ":" << language << ":"
-                        << ttsGenderCode(gender);
-                }
-                if (resolvable.empty()) resolvable.insert(any);
-                ASSERT_EQ(library.availableGenders(airline, language), resolvable);
-            }
+TEST_F(VoiceRoutingTest, BestBindingOfTheOneTableWins) {
+    struct Place {
+        std::string language;
+        TtsGender gender;
+    };
+    // For a woman's voice in Chinese, the best one first; and what is none for her.
+    const std::vector<Place> ranked{{"zh", female}, {"zh", any}, {"", female}, {"", any}};
+    const Place others[] = {{"zh", male}, {"ja", female}, {"ja", any}, {"", male}};
+    loadVoices(R"({"voices":[{"id":"0"},{"id":"1"},{"id":"2"},{"id":"3"},{"id":"other"}]})");
+    const auto bind = [&](const std::string& airline, const Place& place, const std::string& id) {
+        if (airline.empty())
+            config.setDefaultVoice(place.language, place.gender, id);
+        else
+            config.setAirlineVoice(airline, place.language, place.gender, id);
+    };
+    for (const std::string airline : {"CA", ""}) {
+        for (std::size_t best = 0; best <= ranked.size(); ++best) {
+            SCOPED_TRACE(airline + " " + std::to_string(best));
+            config.reset();
+            for (const Place& place : others) bind(airline, place, "other");
+            for (const Place& place : ranked) bind(airline.empty() ? "CA" : "", place, "other");
+            for (std::size_t at = best; at < ranked.size(); ++at)
+                bind(airline, ranked[at], std::to_string(at));
+            const std::string ids[] = {"0", "1", "2", "3", ""};
+            EXPECT_EQ(idFor(airline, "zh-CN", female), ids[best]);
+            EXPECT_EQ(idFor(airline, "zh", any), ids[std::min<std::size_t>(best | 1, 4)]);
+            for (const char* language : {"", "auto", "en"})
+                EXPECT_EQ(idFor(airline, language, female), ids[std::max<std::size_t>(best, 2)]);
+            const std::set<TtsGender> all{any, female, male};
+            EXPECT_EQ(library.availableGenders(airline, "zh"), best < 4 ? all : std::set{male});
+            // Blanks are an airline, too.
+            for (const char* unbound : {"MU", " "}) EXPECT_EQ(idFor(unbound, "zh", female), "");
         }
     }
 }

@@ -3,35 +3,27 @@
 #include <random>
 #include <thread>
 
-#include <gtest/gtest.h>
-
-#include "core/diag/AppLog.h"
-#include "core/platform/Files.h"
 #include "core/platform/Unicode.h"
-#include "core/store/WavCache.h"
 #include "tests/store/CacheTestSupport.h"
-#include "tests/support/TempDir.h"
 
-namespace zepho {
+namespace zepho::test {
 namespace {
-
-using test::clipOf;
-using test::expectInvariants;
-using test::putClip;
-using test::readFile;
-using test::TempDir;
-using test::warnings;
-using test::wavOfSize;
-using test::writeFile;
 
 TEST(WavCache, GivesBackWhatWasPutAlsoAfterARestart) {
     const TempDir home;
     std::string longText;
     for (int i = 0; i < 250; ++i) longText += "é🛫";
+    TtsResult clip;
+    clip.wav = wavOfSize(1000);
+    clip.sampleRate = 8000;
+    clip.durationMs = 77;
+    clip.voiceId = "voice";
+    clip.language = "ja";
+    clip.speed = 1.25F;
     {
         WavCache cache(home.file("cache"), 0);
         EXPECT_FALSE(cache.tryGet("K"));
-        cache.put("K", longText + "\xff", clipOf(wavOfSize(1000)));
+        cache.put("K", longText + "\xff", clip);
         // Reading the audio counts nowhere; an empty clip is not kept; switched off, nothing moves.
         EXPECT_EQ(asText(*cache.readAudio("K")), asText(wavOfSize(1000)));
         cache.put("empty", "", TtsResult());
@@ -46,19 +38,14 @@ TEST(WavCache, GivesBackWhatWasPutAlsoAfterARestart) {
         cache.flush();
     }
     WavCache cache(home.file("cache"), 0);
-    EXPECT_EQ(cache.stats().bytes, 1000);
     EXPECT_EQ(graphemeCount(cache.snapshot()["K"].text), 200U);
     const auto hit = cache.tryGet("K");
     ASSERT_TRUE(hit);
     EXPECT_EQ(asText(hit->wav), asText(wavOfSize(1000)));
     EXPECT_EQ(hit->sampleRate, 8000);
     EXPECT_EQ(hit->durationMs, 77);
-    EXPECT_EQ(hit->synthMs, 0);
-    EXPECT_EQ(hit->voiceId, "voice");
-    EXPECT_EQ(hit->language, "ja");
-    EXPECT_EQ(hit->gender, TtsGender::auto_);
+    EXPECT_EQ(hit->voiceId + hit->language, "voiceja");
     EXPECT_EQ(hit->speed, 1.25F);
-    EXPECT_EQ(hit->engine, "");
     EXPECT_EQ(hit->etag, "K");
     EXPECT_TRUE(hit->fromCache);
 }
@@ -79,8 +66,7 @@ TEST(WavCache, NoticesVanishedAndReplacedFiles) {
     };
     putClip(cache, "k", 100);
     rest();
-    const std::string first(asText(wavOfSize(100)));
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(get(), first);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(get(), asText(wavOfSize(100)));
     EXPECT_EQ(cache.tryGet("k")->wav.data(), cache.tryGet("k")->wav.data());
 
     // Damaged in place, the same size: served as it is.
@@ -100,29 +86,22 @@ TEST(WavCache, NoticesVanishedAndReplacedFiles) {
     EXPECT_EQ(get(), "other");
 
     AppLog::clear();
-    const CacheStats before = cache.stats();
     std::filesystem::remove(home.file("k.wav"));
     EXPECT_FALSE(cache.readAudio("k"));
     EXPECT_TRUE(cache.contains("k"));
     EXPECT_EQ(get(), "(miss)");
     EXPECT_EQ(warnings(),
               std::vector<std::string>{"cannot read cache file (k.wav), dropping the entry"});
-    EXPECT_EQ(cache.stats().misses, before.misses + 1);
+    EXPECT_EQ(cache.stats().misses, 1);
     EXPECT_EQ(cache.stats().bytes, 0);
     putClip(cache, "k", 60, 9);
     EXPECT_EQ(get(), asText(wavOfSize(60, 9)));
 }
 
-TEST(WavCache, RemoveAndClear) {
+TEST(WavCache, ClearTakesEveryClipAndNothingElse) {
     const TempDir home;
     WavCache cache(home.path(), 0);
     putClip(cache, "a", 100);
-    putClip(cache, "b", 100);
-    ASSERT_TRUE(cache.tryGet("a"));
-    EXPECT_TRUE(cache.remove("a"));
-    EXPECT_FALSE(fileExists(home.file("a.wav")));
-    EXPECT_EQ(readFile(home.file("index.json")).find("\"a\""), std::string::npos);
-
     // Files that the index never knew go as well; what is no clip stays.
     writeFile(home.file("unknown.wav"), "x");
     writeFile(home.file("notes.txt"), "x");
@@ -131,7 +110,6 @@ TEST(WavCache, RemoveAndClear) {
     EXPECT_TRUE(warnings().empty());
     EXPECT_FALSE(fileExists(home.file("unknown.wav")));
     EXPECT_TRUE(fileExists(home.file("notes.txt")));
-    EXPECT_EQ(readFile(home.file("index.json")), "{}");
 
     // A directory that is not empty cannot be deleted as a file can.
     putClip(cache, "c", 100);
@@ -140,23 +118,18 @@ TEST(WavCache, RemoveAndClear) {
     EXPECT_EQ(warnings(),
               std::vector<std::string>{"cache cleared, but 1 file(s) could not be deleted; they "
                                        "will reappear on the next start"});
-    EXPECT_EQ(cache.stats().count, 0);
     EXPECT_EQ(readFile(home.file("index.json")), "{}");
     expectInvariants(cache);
-}
 
-TEST(WavCache, DirectoryThatCannotBeWrittenIsAWarning) {
-    const TempDir home;
-    writeFile(home.file("file"), "in the way");
+    // Where nothing can be written, nothing to write is no failure; the emptied cache is one, and
+    // stays to be written.
     AppLog::clear();
-    WavCache cache(home.file("file/cache/"), 1000);
-    putClip(cache, "a", 100);
-    EXPECT_FALSE(cache.tryGet("a"));
-    // Nothing to write is no failure; the emptied cache is, and stays to be written.
-    cache.flush();
+    WavCache homeless(home.file("notes.txt/cache/"), 1000);
+    putClip(homeless, "a", 100);
+    homeless.flush();
     EXPECT_EQ(warnings().size(), 1U);
-    cache.clear();
-    cache.flush();
+    homeless.clear();
+    homeless.flush();
     EXPECT_EQ(warnings().size(), 3U);
 }
 
@@ -171,9 +144,8 @@ TEST(WavCache, AgreesWithASimpleModel) {
     std::vector<Kept> model;  // the latest use last
     std::int64_t budget = 0;
     std::int64_t evictions = 0;
-    const auto place = [&](const std::string& key) {
-        return std::find_if(model.begin(), model.end(),
-                            [&](const Kept& kept) { return kept.key == key; });
+    const auto drop = [&](const std::string& key) {
+        return std::erase_if(model, [&](const Kept& kept) { return kept.key == key; }) == 1;
     };
     const auto evict = [&] {
         std::int64_t total = 0;
@@ -188,44 +160,34 @@ TEST(WavCache, AgreesWithASimpleModel) {
         const std::string key = "key" + std::to_string(random() % 12);
         // Few sizes, so that the budget is often met to the byte.
         const std::int64_t size = 100 * (1 + static_cast<std::int64_t>(random() % 5));
-        switch (random() % 16) {
-            case 0:
-                EXPECT_EQ(cache.remove(key), place(key) != model.end());
-                std::erase_if(model, [&](const Kept& kept) { return kept.key == key; });
-                break;
-            case 1:
-                budget = static_cast<std::int64_t>(random() % 5) * 400 - 400;
-                cache.setBudget(budget);
-                evict();
-                break;
-            case 2:
-                if (random() % 8 != 0) break;
-                cache.clear();
-                model.clear();
-                break;
-            case 3:
-            case 4:
-            case 5:
-            case 6:
-                putClip(cache, key, static_cast<std::size_t>(size));
-                if (budget > 0 && size > budget) break;
-                std::erase_if(model, [&](const Kept& kept) { return kept.key == key; });
-                model.push_back({key, size});
-                evict();
-                break;
-            case 7:
-                EXPECT_EQ(cache.readAudio(key).has_value(), place(key) != model.end());
-                break;
-            default: {
-                const auto hit = cache.tryGet(key);
-                const auto found = place(key);
-                ASSERT_EQ(hit.has_value(), found != model.end());
-                if (!hit) break;
-                EXPECT_EQ(static_cast<std::int64_t>(hit->wav.size()), found->size);
-                std::rotate(found, found + 1, model.end());
-            }
+        const unsigned what = random() % 128;
+        if (what < 8) {
+            EXPECT_EQ(cache.remove(key), drop(key));
+        } else if (what < 16) {
+            budget = static_cast<std::int64_t>(random() % 5) * 400 - 400;
+            cache.setBudget(budget);
+            evict();
+        } else if (what < 17) {
+            cache.clear();
+            model.clear();
+        } else if (what < 50) {
+            putClip(cache, key, static_cast<std::size_t>(size));
+            if (budget > 0 && size > budget) continue;
+            drop(key);
+            model.push_back({key, size});
+            evict();
+        } else {
+            const auto found = std::find_if(model.begin(), model.end(),
+                                            [&](const Kept& kept) { return kept.key == key; });
+            const bool isThere = found != model.end();
+            ASSERT_EQ(cache.readAudio(key).has_value(), isThere);
+            if (what < 60) continue;  // which is no use of the clip
+            const auto hit = cache.tryGet(key);
+            ASSERT_EQ(hit.has_value(), isThere);
+            if (!hit) continue;
+            EXPECT_EQ(static_cast<std::int64_t>(hit->wav.size()), found->size);
+            std::rotate(found, found + 1, model.end());
         }
-        if (step % 20 != 0) continue;
         auto entries = cache.snapshot();
         ASSERT_EQ(entries.size(), model.size());
         std::size_t files = 0;
@@ -255,7 +217,7 @@ TEST(WavCache, ManyThreads) {
                 for (int step = 0; step < 150; ++step) {
                     const unsigned number = random() % 10;
                     const std::string key = "key" + std::to_string(number);
-                    const auto fill = static_cast<std::uint8_t>(number);
+                    const int fill = static_cast<int>(number);
                     const std::size_t size = 200 + 60 * number;
                     const unsigned what = random() % 12;
                     if (what == 0) cache.remove(key);
@@ -281,15 +243,13 @@ TEST(WavCache, ManyThreads) {
 
 TEST(HotClips, KeepsTheLatestWithinItsCapacity) {
     const FileIdentity identity{1, 2, 3, 4, 5};
-    const FileIdentity changed{1, 2, 3, 4, 6};
     HotClips hot(1000);
     for (const char* key : {"a", "b"}) hot.add(key, identity, SharedBytes(Bytes(400)));
     EXPECT_TRUE(hot.find("a", identity));
     hot.add("c", identity, SharedBytes(Bytes(400)));
     EXPECT_FALSE(hot.find("b", identity));
-    EXPECT_FALSE(hot.find("a", changed));
-    hot.add("a", changed, SharedBytes(Bytes(600)));
-    EXPECT_EQ(hot.find("a", changed)->size(), 600U);
+    hot.add("a", identity, SharedBytes(Bytes(600)));
+    EXPECT_EQ(hot.find("a", identity)->size(), 600U);
     hot.add("large", identity, SharedBytes(Bytes(1001)));
     EXPECT_EQ(hot.bytes(), 1000U);
     hot.drop("a");
@@ -297,4 +257,4 @@ TEST(HotClips, KeepsTheLatestWithinItsCapacity) {
 }
 
 }  // namespace
-}  // namespace zepho
+}  // namespace zepho::test
