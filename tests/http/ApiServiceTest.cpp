@@ -41,14 +41,14 @@ TEST_F(ApiServiceTest, APrebakeOrderCountsItsLines) {
     EXPECT_EQ(get("/v1/stats").json["prewarm_pending"], 1);
     EXPECT_EQ(get("/v1/stats").json["busy"], true);
     engine->openGate();
-    EXPECT_TRUE(eventually([this] { return service->stats().cacheCount == 3; }));
+    EXPECT_TRUE(test::eventually([this] { return service->stats().cacheCount == 3; }));
 
     // One line alone: without an array, and as a query.
     EXPECT_EQ(counters(post("/v1/prewarm", {{"text", "alone"}, {"items", {{"text", "no"}}}})),
               R"({"cached":0,"queued":1,"skipped_empty":0})");
     EXPECT_EQ(counters(get("/v1/prewarm?text=known")),
               R"({"cached":1,"queued":0,"skipped_empty":0})");
-    EXPECT_TRUE(eventually([this] { return service->stats().cacheCount == 4; }));
+    EXPECT_TRUE(test::eventually([this] { return service->stats().cacheCount == 4; }));
 }
 
 TEST_F(ApiServiceTest, SharedSettingsOfAnOrderStandAtTheTop) {
@@ -58,7 +58,7 @@ TEST_F(ApiServiceTest, SharedSettingsOfAnOrderStandAtTheTop) {
                   {"text": "own", "airline": "", "language": "", "gender": "female", "speed": 1},
                   {"text": "null", "airline": null}]})");
     EXPECT_EQ(counters(order), R"({"cached":0,"queued":3,"skipped_empty":0})");
-    ASSERT_TRUE(eventually([this] { return service->stats().cacheCount == 3; }));
+    ASSERT_TRUE(test::eventually([this] { return service->stats().cacheCount == 3; }));
     const std::pair<std::string, std::string> rows[] = {
         {"text=shared&airline=CCA&language=zh&gender=male", other.id},
         {"text=own&gender=female", voice.id},

@@ -1,20 +1,19 @@
-// What the server's tests share: a running server, and waits with a deadline.
+// What the server's tests share: a running server, and a gate that holds its handlers.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "core/http/HttpServer.h"
 #include "tests/support/HttpClient.h"
+#include "tests/support/Watching.h"
 
 namespace zepho::test {
 
@@ -22,16 +21,6 @@ inline std::shared_ptr<HttpServer> startServer(HttpHandler handler) {
     auto server = std::make_shared<HttpServer>("127.0.0.1", 0, std::move(handler));
     server->start();
     return server;
-}
-
-// Looks again and again until `holds`, at most half a minute.
-inline bool eventually(const std::function<bool()>& holds) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 // Threads of the process that the system shows under the servers' name.

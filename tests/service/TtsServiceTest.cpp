@@ -78,7 +78,7 @@ TEST_F(TtsServiceTest, ALineThatTimedOutIsAHitLaterAndARefusedOneCostsNothing) {
     EXPECT_FALSE(wasLogged("cannot read reference audio"));
     EXPECT_EQ(service->stats().failed, 3);
     engine->openGate();
-    ASSERT_TRUE(eventually([&] { return service->isCached(lineOf("Waiting")); }));
+    ASSERT_TRUE(test::eventually([&] { return service->isCached(lineOf("Waiting")); }));
     EXPECT_TRUE(service->synthesize(lineOf("Delayed")).fromCache);
     EXPECT_TRUE(wasLogged(" s and went into the cache anyway: [calm] Delayed"));
     EXPECT_EQ(service->stats().totalSynthMs, 0) << "a late line is not counted";
@@ -185,7 +185,7 @@ TEST_F(TtsServiceTest, AClientWaitsBehindNoMoreThanOneBakedLine) {
         engine->waitForCalls(inside);  // the last of them is a baked line
         const TtsRequest own = lineOf("Client " + std::to_string(inside));
         auto client = std::async(std::launch::async, [&] { return errorOf(own).code; });
-        ASSERT_TRUE(eventually([&] { return service->stats().queueDepth == 1; }));
+        ASSERT_TRUE(test::eventually([&] { return service->stats().queueDepth == 1; }));
         engine->letOut(1);
         engine->waitForCalls(inside + 1);
         EXPECT_EQ(engine->calls()[inside].text, "[calm] " + own.text);
@@ -193,11 +193,12 @@ TEST_F(TtsServiceTest, AClientWaitsBehindNoMoreThanOneBakedLine) {
         EXPECT_EQ(client.get(), TtsErrorCode::none);
     }
     engine->openGate();
-    ASSERT_TRUE(eventually([&] { return service->isCached(lineOf("Baked 199")); }));
+    ASSERT_TRUE(test::eventually([&] { return service->isCached(lineOf("Baked 199")); }));
     EXPECT_EQ(engine->calls().size(), 205U);
     engine->failing = true;
     service->prewarmRequests({lineOf("Unlucky")});
-    ASSERT_TRUE(eventually([] { return wasLogged("pre-bake failed (told to fail): Unlucky"); }));
+    ASSERT_TRUE(
+        test::eventually([] { return wasLogged("pre-bake failed (told to fail): Unlucky"); }));
 }
 
 TEST_F(TtsServiceTest, EndsWhileALineIsInsideTheEngine) {
@@ -206,7 +207,7 @@ TEST_F(TtsServiceTest, EndsWhileALineIsInsideTheEngine) {
     auto running = std::async(std::launch::async, speak, "Still speaking");
     engine->waitForCalls(1);
     auto waiting = std::async(std::launch::async, speak, "Waiting");
-    ASSERT_TRUE(eventually([&] { return service->stats().queueDepth == 1; }));
+    ASSERT_TRUE(test::eventually([&] { return service->stats().queueDepth == 1; }));
     service->shutdown();
     EXPECT_EQ(waiting.get().message, "the service is shutting down; this request was dropped");
     engine->openGate();

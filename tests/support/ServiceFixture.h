@@ -1,12 +1,9 @@
 // A service of its own in an empty data root, with an engine that does as the test tells.
 #pragma once
 
-#include <chrono>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -16,6 +13,7 @@
 #include "core/diag/AppLog.h"
 #include "core/service/TtsService.h"
 #include "tests/support/ScriptedEngine.h"
+#include "tests/support/Watching.h"
 
 namespace zepho::test {
 
@@ -67,15 +65,6 @@ protected:
         for (const LogEntry& line : AppLog::snapshot())
             if (line.text.find(text) != std::string::npos) return true;
         return false;
-    }
-    // Waits for what another thread brings about; false when it does not come in half a minute.
-    static bool eventually(const std::function<bool()>& holds) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (!holds()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        return true;
     }
 
     std::shared_ptr<AppConfig> config = std::make_shared<AppConfig>();
