@@ -35,7 +35,8 @@ bool readBlocks(std::vector<float>& samples, RunOutput& output) {
         if (!output.read(&count, sizeof count)) return false;
         if (count == 0) return true;
         // Only the last one may be short, so that there are not millions of them.
-        if (std::exchange(before, count) != block.size() || count > block.size() || samples.size() + count > largestClipBytes / sizeof(float) ||
+        if (std::exchange(before, count) != block.size() || count > block.size() ||
+            samples.size() + count > largestClipBytes / sizeof(float) ||
             !output.read(block.data(), count * sizeof(float)))
             return false;
         // Nothing downstream could play these, and a taken-over helper may well send them.

@@ -52,8 +52,9 @@ TEST(DecoderHelperTest, HelpersThatFailOrLieDecodeNothingAndAreLogged) {
     DecoderHelper helper(standIn(), {.deadline = 60s});
     expectFailure(helper, "crash", "was ended by signal 11 (Segmentation fault)");
     expectFailure(helper, "fail", "ended with exit code 9");
-    for (const char* lie : {"silent", "other form", "too few", "too many", "countless", "wide rate",
-                            "large block", "endless", "trickles", "breaks off", "talks on", "too long"})
+    for (const char* lie :
+         {"silent", "other form", "too few", "too many", "countless", "wide rate", "large block",
+          "endless", "trickles", "breaks off", "talks on", "too long"})
         expectFailure(helper, lie, "gave an answer that makes no sense");
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "a helper is left";
 }
