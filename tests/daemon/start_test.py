@@ -52,15 +52,15 @@ class StartTest(unittest.TestCase):
 
     @unittest.skipUnless(os.geteuid() == 0, "the threads of a whole user are counted")
     def test_a_want_of_threads_ends_it_in_order(self):
-        nobody = 65534
+        stranger = 60000 + os.getpid() % 5000  # who runs nothing else
         program = self.service.root / "zephond"
         shutil.copy2(ZEPHOND, program)
         for path in (self.service.root, *self.service.root.rglob("*")):
-            os.chown(path, nobody, nobody)
+            os.chown(path, stranger, stranger)
 
         def restrict(most):
             resource.setrlimit(resource.RLIMIT_NPROC, (most, most))
-            os.setresuid(nobody, nobody, nobody)
+            os.setresuid(stranger, stranger, stranger)
 
         self.expect_order(range(1, 64), restrict, program)
 

@@ -155,17 +155,19 @@ TEST_F(CacheIndex, IsWrittenOnlyWhenItMust) {
     if (std::chrono::steady_clock::now() - begun < std::chrono::milliseconds(1500)) {
         EXPECT_EQ(second, first);
     }
-    for (const char* key : {"c", "d"}) putClip(cache, key, 100);
+    for (const char* key : {"c", "d", "e"}) putClip(cache, key, 100);
     cache.flush();
-    EXPECT_EQ(linesOnDisk(), 4U);
+    EXPECT_EQ(linesOnDisk(), 5U);
 
     // Once for all that are removed; the backup is the index of the write before.
     const std::string before = readFile(path);
     EXPECT_EQ(cache.remove(std::vector<std::string>{"a", "none", "c", "a"}), 2U);
     EXPECT_FALSE(fileExists(home.file("c.wav")));
-    EXPECT_EQ(cache.stats().bytes, 200);
-    EXPECT_EQ(linesOnDisk(), 2U);
+    EXPECT_EQ(cache.stats().bytes, 300);
+    EXPECT_EQ(linesOnDisk(), 3U);
     EXPECT_EQ(readFile(backup), before);
+    EXPECT_EQ(cache.remove(std::vector<std::string>{"e"}), 1U);
+    EXPECT_EQ(linesOnDisk(), 2U);
     EXPECT_TRUE(cache.remove("d"));
     EXPECT_EQ(linesOnDisk(), 1U);
     expectInvariants(cache);
