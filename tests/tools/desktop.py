@@ -13,7 +13,7 @@ TOOLS = ("Xvfb", "openbox", "trayer", "wmctrl", "xdotool", "xprop", "xwininfo", 
 def need_tools(tools=TOOLS):
     for tool in tools:
         if not shutil.which(tool):
-            raise SystemExit(f"{tool} is missing; run scripts/setup")
+            raise SystemExit(f"{tool} is missing; run scripts/setup --test")
 
 
 def eventually(what, holds):
