@@ -27,6 +27,8 @@ public:
         std::chrono::milliseconds patience = std::chrono::seconds(3)) const;
     // Hears the others' wishes from now on, and keeps them for showBy().
     void listen();
+    // Hears none any more, and leaves no socket. For a program that ends without destructors.
+    void stopListening() { server.close(); }
     // Wishes are granted by this, at once if there has been one.
     void showBy(std::function<void()> show);
 

@@ -100,6 +100,7 @@ int run(QApplication& program) {
     }
     const int code = QApplication::exec();
     state.shutdown();
+    instance.stopListening();
     // A line that is still inside the engine would hold an ordinary return for minutes.
     std::fflush(nullptr);
     std::_Exit(code);

@@ -10,6 +10,8 @@
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    const zepho::test::TempDir temp;
+    ::setenv("TMPDIR", temp.path().c_str(), 1);
     const zepho::test::TempDir root;
     for (const char* name : {"ZEPHO_HOME", "HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"})
         ::setenv(name, root.path().c_str(), 1);

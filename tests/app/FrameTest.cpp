@@ -90,8 +90,8 @@ TEST_F(FrameTest, WithoutATrayClosingAsksAndNeverHides) {
 class TakenPortTest : public WindowFixture {
 protected:
     void configure(AppConfig& config) override {
-        other.listen(QHostAddress::LocalHost);
-        config.port = other.serverPort();
+        ASSERT_TRUE(other.listen(QHostAddress::LocalHost));
+        usePort(config, other.serverPort());
     }
     QTcpServer other;
 };

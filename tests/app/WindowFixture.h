@@ -58,6 +58,11 @@ protected:
     }
     // What a test wants otherwise in the configuration at the start.
     virtual void configure(AppConfig&) {}
+    // A port of the test's own, on which the start may well fail.
+    void usePort(AppConfig& config, int port) {
+        config.port = port;
+        pickedPort = 0;
+    }
 
     void start() {
         state = std::make_unique<AppState>(around);
@@ -146,13 +151,12 @@ protected:
         probe.listen(QHostAddress::LocalHost);
         return probe.serverPort();
     }
-    // A test's own port is left to fail.
     [[nodiscard]] bool portWasLost() const {
         return state->config->autoStartServer && !state->serverRunning &&
                state->config->port.get() == pickedPort;
     }
 
-    std::int64_t pickedPort = 0;
+    std::int64_t pickedPort = 0;  // none where the test has its own
     Theme theme{Theme::Scheme::light};
     Surroundings around;
     std::vector<QString> opened;  // what the desktop was asked to open
