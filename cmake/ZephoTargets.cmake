@@ -8,9 +8,10 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
 find_program(ZEPHO_CCACHE ccache)
 if(ZEPHO_CCACHE)
-  # Results do not depend on where the tree lies, so that a fresh clone finds those of another.
+  # Results depend neither on where the tree lies nor on the language of messages, so that a fresh clone
+  # finds those of another.
   set(ZEPHO_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1
-                     ${ZEPHO_CCACHE})
+                     CCACHE_SLOPPINESS=locale ${ZEPHO_CCACHE})
   set(CMAKE_C_COMPILER_LAUNCHER ${ZEPHO_LAUNCHER})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${ZEPHO_LAUNCHER})
 endif()

@@ -12,8 +12,7 @@ int main(int argc, char** argv) {
     const zepho::test::TempDir temp;
     ::setenv("TMPDIR", temp.path().c_str(), 1);
     const zepho::test::TempDir root;
-    for (const char* name : {"ZEPHO_HOME", "HOME"})
-        ::setenv(name, root.path().c_str(), 1);
+    for (const char* name : {"ZEPHO_HOME", "HOME"}) ::setenv(name, root.path().c_str(), 1);
     ::unsetenv("ZEPHO_ENGINE_DIR");
     zepho::setUiLang(zepho::UiLang::en);
     return RUN_ALL_TESTS();
