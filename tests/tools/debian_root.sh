@@ -4,19 +4,20 @@
 # process of it is left. A root has the package sources, the resolver and the certificates of this machine,
 # and nothing else of it.
 
-# Starts the script again in namespaces of its own.
+# enter_namespaces ARGUMENT …: starts the script again, from the tree's root, in namespaces of its own.
 enter_namespaces() {
   [ "$(id -u)" -eq 0 ] || { echo "${0##*/}: must be root" >&2; exit 2; }
   [ -n "${ZEPHO_IN_NAMESPACES:-}" ] ||
-    ZEPHO_IN_NAMESPACES=1 exec unshare --mount --pid --fork --kill-child --mount-proc "$0" "$@"
+    ZEPHO_IN_NAMESPACES=1 exec unshare --mount --pid --fork --kill-child --mount-proc "scripts/${0##*/}" "$@"
   trap 'exit 130' INT TERM
 }
 
 # The Debian sources of this machine, as lines of sources.list.
 debian_sources() {
   local lines
-  lines=$(apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT)' \
-    'Origin: Debian' 'Identifier: Packages' 2>/dev/null | grep ' bookworm' | sed 's/^/deb /' | sort -u)
+  lines=$({ apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT)' \
+    'Origin: Debian' 'Identifier: Packages' 2>/dev/null || true; } |
+    awk '$2 ~ /^bookworm/ { print "deb", $0 }' | sort -u)
   echo "${lines:-deb http://deb.debian.org/debian bookworm main}"
 }
 
