@@ -21,9 +21,17 @@ debian_sources() {
   echo "${lines:-deb http://deb.debian.org/debian bookworm main}"
 }
 
+# claim DIRECTORY: makes it, and keeps other runs out of it.
+claim() {
+  mkdir -p "$1"
+  exec 9>"$1/lock"
+  flock -n 9 || bad "another run is at work in $1"
+}
+
 # new_root DIRECTORY NAME: DIRECTORY/NAME becomes a bare Debian 12, and "${inside[@]}" the words before a
 # command that root runs there, with the environment of a first login. What it is copied from is made once,
-# and packages that have been fetched stay in the directory.
+# and packages that have been fetched stay in the directory. To be called plainly: behind it an "||" would
+# let every failed step of it pass.
 new_root() {
   local directory=$1 base=$1/base mirror
   root=$1/$2
@@ -34,7 +42,7 @@ new_root() {
     mirror=$(debian_sources | awk '$3 == "bookworm" { print $2; exit }')
     rm -rf "$base.new"
     debootstrap --variant=minbase bookworm "$base.new" "$mirror" >"$directory/debootstrap.txt" 2>&1 ||
-      { tail -5 "$directory/debootstrap.txt" >&2; return 1; }
+      failed "$directory/debootstrap.txt" debootstrap
     mv "$base.new" "$base"
   fi
   rm -rf --one-file-system "$root"
@@ -71,15 +79,15 @@ settle_port() { # data root
   printf '{"server":{"port":%s,"bind":"127.0.0.1"}}' "$port" >"$1/data/config.json"
 }
 
-# start_service LOG COMMAND …: runs the command in the background, and returns when it has told an address.
+# start_service LOG COMMAND …: runs the command in the background, and returns when it has told that it
+# listens at the settled port.
 start_service() {
   local log=$1
   shift
-  : >"$log.addresses"
-  "$@" >"$log.addresses" 2>"$log" &
+  "$@" >"$log" 2>&1 &
   service=$!
   local end=$((SECONDS + 3000))
-  until [ -s "$log.addresses" ]; do
+  until grep -qs "http://127\.0\.0\.1:$port" "$log"; do
     kill -0 "$service" 2>/dev/null || failed "$log" "the service ended"
     [ "$SECONDS" -lt "$end" ] || failed "$log" "the service told no address within 50 minutes"
     sleep 0.2
