@@ -77,7 +77,11 @@ class Display:
 
     def end(self):
         for child in reversed(self.children):
-            end_child(child)
+            child.terminate()  # killed, the server would leave its socket
+            try:
+                child.wait(PATIENCE)
+            except subprocess.TimeoutExpired:
+                end_child(child)
 
 
 def windows(name, pid=None):
